@@ -15,19 +15,30 @@ struct KAPI_CAPABILITY("rwlock") rwlock_t {
 
 extern "C" {
 void spin_lock_init(spinlock_t* lock) KAPI_GLUE(spin_lock_init);
-void spin_lock(spinlock_t* lock) KAPI_GLUE(spin_lock) KAPI_ACQUIRE(lock);
-void spin_unlock(spinlock_t* lock) KAPI_GLUE(spin_unlock) KAPI_RELEASE(lock);
-void spin_lock_bh(spinlock_t* lock) KAPI_GLUE(spin_lock_bh) KAPI_ACQUIRE(lock);
-void spin_unlock_bh(spinlock_t* lock) KAPI_GLUE(spin_unlock_bh) KAPI_RELEASE(lock);
+void spin_lock(spinlock_t* lock) KAPI_GLUE(spin_lock);
+void spin_unlock(spinlock_t* lock) KAPI_GLUE(spin_unlock);
+void spin_lock_bh(spinlock_t* lock) KAPI_GLUE(spin_lock_bh);
+void spin_unlock_bh(spinlock_t* lock) KAPI_GLUE(spin_unlock_bh);
 unsigned long kapi_spin_lock_irqsave(spinlock_t* lock) KAPI_ACQUIRE(lock);
-void spin_unlock_irqrestore(spinlock_t* lock, unsigned long flags) KAPI_GLUE(spin_unlock_irqrestore)
-    KAPI_RELEASE(lock);
+void spin_unlock_irqrestore(spinlock_t* lock, unsigned long flags)
+    KAPI_GLUE(spin_unlock_irqrestore);
 
 void rwlock_init(rwlock_t* lock) KAPI_GLUE(rwlock_init);
-void read_lock_bh(rwlock_t* lock) KAPI_GLUE(read_lock_bh) KAPI_ACQUIRE_SHARED(lock);
-void read_unlock_bh(rwlock_t* lock) KAPI_GLUE(read_unlock_bh) KAPI_RELEASE_SHARED(lock);
-void write_lock_bh(rwlock_t* lock) KAPI_GLUE(write_lock_bh) KAPI_ACQUIRE(lock);
-void write_unlock_bh(rwlock_t* lock) KAPI_GLUE(write_unlock_bh) KAPI_RELEASE(lock);
+void read_lock_bh(rwlock_t* lock) KAPI_GLUE(read_lock_bh);
+void read_unlock_bh(rwlock_t* lock) KAPI_GLUE(read_unlock_bh);
+void write_lock_bh(rwlock_t* lock) KAPI_GLUE(write_lock_bh);
+void write_unlock_bh(rwlock_t* lock) KAPI_GLUE(write_unlock_bh);
+
+// Once more with what the analysis needs: clang cannot read both in one declaration.
+void spin_lock(spinlock_t* lock) KAPI_ACQUIRE(lock);
+void spin_unlock(spinlock_t* lock) KAPI_RELEASE(lock);
+void spin_lock_bh(spinlock_t* lock) KAPI_ACQUIRE(lock);
+void spin_unlock_bh(spinlock_t* lock) KAPI_RELEASE(lock);
+void spin_unlock_irqrestore(spinlock_t* lock, unsigned long flags) KAPI_RELEASE(lock);
+void read_lock_bh(rwlock_t* lock) KAPI_ACQUIRE_SHARED(lock);
+void read_unlock_bh(rwlock_t* lock) KAPI_RELEASE_SHARED(lock);
+void write_lock_bh(rwlock_t* lock) KAPI_ACQUIRE(lock);
+void write_unlock_bh(rwlock_t* lock) KAPI_RELEASE(lock);
 }
 
 // flags is an unsigned long that the matching spin_unlock_irqrestore takes back.
