@@ -1,0 +1,31 @@
+# SPDX-License-Identifier: GPL-2.0-only
+"""Which kernel messages of level warning or worse a scenario may leave behind, and why.
+
+Whatever is not in this list fails the scenario. The README gives the same list in prose.
+"""
+
+import re
+
+WARNING = 4
+
+#: (pattern of the whole message, the reason why it is no defect)
+EXPECTED = [
+]
+
+
+def unexplained(log, also=()):
+    """The messages of `log` (as `dmesg -r` prints it) that are bad and that nobody has explained.
+
+    `also` are further patterns that the scenario at hand provokes on purpose.
+    """
+    patterns = [re.compile(pattern) for pattern, _ in EXPECTED] + [re.compile(p) for p in also]
+    bad = []
+    for line in log.splitlines():
+        found = re.match(r"<(\d+)>\[\s*\d+\.\d+\] ?(.*)$", line)
+        if not found:
+            bad.append(f"(not a kernel message: {line!r})")
+            continue
+        level, text = int(found.group(1)) & 7, found.group(2)
+        if level <= WARNING and not any(pattern.fullmatch(text) for pattern in patterns):
+            bad.append(f"<{level}> {text}")
+    return bad

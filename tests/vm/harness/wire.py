@@ -1,0 +1,44 @@
+# SPDX-License-Identifier: GPL-2.0-only
+"""A foreign station on the link: the far end of a machine's cable, in this program's hands."""
+
+import select
+import socket
+import time
+
+from .errors import Failure
+
+
+class Peer:
+    """Sends and receives whole Ethernet frames, without the frame check sequence."""
+
+    def __init__(self, end):
+        self._end = end
+
+    def send(self, frame):
+        self._end.send(frame)
+
+    def receive(self, matches=lambda frame: True, timeout=10):
+        """The next frame for which `matches` is true; the others are thrown away."""
+        deadline = time.monotonic() + timeout
+        seen = 0
+        while (left := deadline - time.monotonic()) > 0:
+            if not select.select([self._end], [], [], left)[0]:
+                break
+            frame = self._end.recv(1 << 17)
+            if matches(frame):
+                return frame
+            seen += 1
+        raise Failure(f"no such frame within {timeout} s ({seen} others were seen)")
+
+    def drain(self):
+        """Throws away what has arrived so far."""
+        while select.select([self._end], [], [], 0)[0]:
+            self._end.recv(1 << 17)
+
+
+def cable():
+    """Two ends of a lossless Ethernet segment: a full queue makes the sender wait."""
+    ends = socket.socketpair(socket.AF_UNIX, socket.SOCK_DGRAM)
+    for end in ends:
+        end.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1 << 20)
+    return ends
