@@ -16,3 +16,9 @@ class MachineDied(Failure):
 
 class NotReady(Exception):
     """Something the harness needs on this computer is missing."""
+
+
+def expect(condition, what):
+    """Fails with `what` (a sentence that ought to be true) unless `condition` holds."""
+    if not condition:
+        raise Failure(f"not so: {what}")

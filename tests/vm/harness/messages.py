@@ -10,6 +10,10 @@ WARNING = 4
 
 #: (pattern of the whole message, the reason why it is no defect)
 EXPECTED = [
+    (
+        r"(brim_platform|ipfc): loading out-of-tree module taints kernel\.",
+        "every module that is not built with the kernel gets this",
+    ),
 ]
 
 
