@@ -4,7 +4,7 @@
 
 #include "types.h"
 
-typedef enum inet_addr_type_ {
+typedef enum inet_addr_type_ BRIM_ENUM32 {
     INET_ADDR_TYPE_UNKNOWN = 0,
     INET_ADDR_TYPE_IPV4 = 1,
     INET_ADDR_TYPE_IPV6 = 2,
@@ -20,7 +20,7 @@ typedef struct brim_in6_addr_ {
 } brim_in6_addr_t;
 
 typedef struct inet_addr_ {
-    uint32_t addr_type; /* inet_addr_type_t; any value is carried */
+    inet_addr_type_t addr_type;
     union {
         brim_in_addr_t ipv4_addr;
         brim_in6_addr_t ipv6_addr;

@@ -67,14 +67,14 @@ BRIM_LAYOUT(ipfc_ll_addr_t, fcid, 8, 4);
 
 /* ---- control device ---- */
 
-typedef enum upd_action_ {
+typedef enum upd_action_ BRIM_ENUM32 {
     IPFC_UPD_INTF_REM_FCID = 0,
     IPFC_UPD_INTF_SET_FCID = 1,
     IPFC_UPD_INTF_SET_ADM_UP = 2,
     IPFC_UPD_INTF_SET_ADM_DOWN = 3,
 } upd_action_t;
 
-typedef enum ipfc_intf_adm_status_ {
+typedef enum ipfc_intf_adm_status_ BRIM_ENUM32 {
     IPFC_INTF_ADMIN_DOWN = 0,
     IPFC_INTF_ADMIN_UP = 1,
 } ipfc_intf_adm_status_t;
@@ -96,7 +96,7 @@ typedef struct vsan_interface_ioctl_ {
     wwn_t ww_portname;
     wwn_t ww_nodename;
     if_index_t ifindex;
-    uint32_t action; /* upd_action_t; any value is accepted */
+    upd_action_t action;
     inet_addr_t ip_addr;
 } BRIM_RECORD vsan_interface_ioctl_t;
 BRIM_STATIC_ASSERT(sizeof(vsan_interface_ioctl_t) == 52);
@@ -110,7 +110,7 @@ BRIM_LAYOUT(vsan_interface_ioctl_t, ip_addr, 32, 20);
 
 typedef struct ipfc_get_intf_ioctl_ {
     vsan_id_t vsan_id;
-    uint32_t intf_adm_status; /* ipfc_intf_adm_status_t */
+    ipfc_intf_adm_status_t intf_adm_status;
     wwn_t ww_portname;
     wwn_t ww_nodename;
     fcid_t fcid;

@@ -28,6 +28,13 @@
 /* Headers found at any address of a frame. */
 #define BRIM_WIRE __attribute__((packed))
 
+/* An enumeration inside a record: four bytes, and any value is carried. */
+#ifdef __cplusplus
+#define BRIM_ENUM32 : uint32_t
+#else
+#define BRIM_ENUM32
+#endif
+
 /* World-wide name: byte 0 first, as printed and as carried on the wire. */
 typedef union wwn_ {
     uint8_t str[8];

@@ -50,12 +50,13 @@ using kapi_header_create_t = int (*)(sk_buff* skb, net_device* dev, unsigned sho
                                      const void* daddr, const void* saddr, unsigned int len);
 using kapi_header_rebuild_t = int (*)(sk_buff* skb);
 
+// In 2.6.27's own order; newer kernels call create alone.
 struct header_ops {
-    union {
-        KAPI_MEMBER(KAPI_HEADER_OPS_CREATE, kapi_header_create_t, create);
-        KAPI_MEMBER(KAPI_HEADER_OPS_REBUILD, kapi_header_rebuild_t, rebuild);
-        unsigned char kapi_size[KAPI_HEADER_OPS_SIZE];
-    };
+    kapi_header_create_t create;
+    int (*parse)(const sk_buff* skb, unsigned char* address);
+    kapi_header_rebuild_t rebuild;
+    int (*cache)(const void* neighbour, void* header);
+    void (*cache_update)(void* header, const net_device* dev, const unsigned char* address);
 };
 
 using kapi_get_stats_t = net_device_stats* (*)(net_device* dev);

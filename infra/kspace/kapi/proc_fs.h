@@ -32,6 +32,12 @@ proc_dir_entry* create_proc_entry(const char* name, mode_t mode, proc_dir_entry*
 // open stays safe to read.
 void remove_proc_entry(const char* name, proc_dir_entry* parent) KAPI_GLUE(remove_proc_entry);
 
+// Asked before each read of the entry: bytes that the whole text needs. A kernel whose buffer is
+// one page whatever the text ignores it.
+void kapi_proc_set_size(proc_dir_entry* entry, std::size_t (*size)(void* data));
+// Bytes that the read handler which was given buffer may write there.
+std::size_t kapi_proc_room(const char* buffer);
+
 // The platform's directory for switch modules.
 extern proc_dir_entry* proc_brim_sw;
 }

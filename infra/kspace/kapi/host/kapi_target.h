@@ -33,9 +33,6 @@ using kapi_skb_mac_header_t = unsigned int;
 #define KAPI_SKB_PKT_TYPE_SHIFT 0
 #define KAPI_SKB_SIZE 128
 
-#define KAPI_HEADER_OPS_CREATE 0
-#define KAPI_HEADER_OPS_REBUILD 8
-#define KAPI_HEADER_OPS_SIZE 16
 
 #define KAPI_NETDEV_NAME 0
 #define KAPI_NETDEV_MTU 16
