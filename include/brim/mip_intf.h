@@ -41,8 +41,10 @@ int mip_register_opt(opt_func_t callbacks);
 void mip_unregister_opt(void);
 
 /*
- * Whether the packet's source is a secondary address; packet is the network-layer packet. Any
- * context. Non-zero: drop the packet. On 0, *flag is 1 when *mapping holds the address's record.
+ * Whether the packet's source is a secondary address; packet is the network-layer packet, of which
+ * the caller guarantees 20 bytes for IPv4 and 40 for IPv6 and ARP (with 12-byte hardware
+ * addresses). Any context. Non-zero: drop the packet. On 0, *flag is 1 when *mapping holds the
+ * address's record.
  */
 int mip_lookup(uint16_t ethertype, const void* packet, mip_mapping_t* mapping, int* flag);
 
