@@ -93,7 +93,8 @@ class Lab:
         for end in ready:
             watched[end].feed()
         if time.monotonic() > self._deadline:
-            raise Failure(f"the time limit of {self._limit} s is over")
+            tails = [machine.tail() for machine in self.machines]
+            raise Failure(f"the time limit of {self._limit} s is over\n" + "\n".join(tails))
         return bool(ready)
 
     def check_logs(self, also=()):

@@ -221,14 +221,16 @@ class Machine:
         if not line.startswith("READY "):
             raise Failure(f"{self.name}: did not come up well: {line}")
         self.release = line.split()[1]
+        self.wait_until("test -e /sys/class/net/eth0")
 
     def death(self, reason):
         """The exception for the end of this machine, with what its console said last."""
-        tail = "\n".join(self.console().splitlines()[-60:])
         complaints = self._complaints.read_text(errors="replace").strip()
-        return MachineDied(
-            f"{self.name}: {reason}\n---- console of {self.name}\n{tail}\n----\n{complaints}"
-        )
+        return MachineDied(f"{self.name}: {reason}\n{self.tail()}\n{complaints}")
+
+    def tail(self):
+        lines = self.console().splitlines()[-60:]
+        return "\n".join([f"---- console of {self.name}", *lines, "----"])
 
     def end(self):
         """Takes the power away."""
