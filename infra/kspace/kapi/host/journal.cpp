@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "journal.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace twin {
+namespace {
+
+std::mutex mutex;
+std::vector<Event> entries;
+
+} // namespace
+
+Journal& journal()
+{
+    static Journal one;
+    return one;
+}
+
+void Journal::add(Source source, std::string text)
+{
+    std::lock_guard guard(mutex);
+    entries.push_back({source, std::move(text)});
+}
+
+void Journal::clear()
+{
+    std::lock_guard guard(mutex);
+    entries.clear();
+}
+
+std::vector<Event> Journal::events() const
+{
+    std::lock_guard guard(mutex);
+    return entries;
+}
+
+std::vector<std::string> Journal::texts() const
+{
+    std::vector<std::string> result;
+    for (const Event& event : events())
+        if (event.source != Source::lock)
+            result.push_back(event.text);
+    return result;
+}
+
+std::vector<std::string> Journal::texts(std::initializer_list<Source> sources) const
+{
+    std::vector<std::string> result;
+    for (const Event& event : events())
+        if (std::find(sources.begin(), sources.end(), event.source) != sources.end())
+            result.push_back(event.text);
+    return result;
+}
+
+} // namespace twin

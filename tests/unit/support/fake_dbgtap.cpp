@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "support/fake_platform.h"
+
+#include "twin.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+using namespace twin;
+
+struct dbgtap_registration_ {
+    std::string name;
+};
+
+namespace {
+
+std::mutex mutex;
+
+DebugElement* element_of(dbgtap_handle_t handle, int element)
+{
+    if (handle == nullptr)
+        return nullptr;
+    auto& elements = platform().elements;
+    const auto found = elements.find(element);
+    if (found == elements.end()) {
+        fault(strf("debug element %d was not registered", element));
+        return nullptr;
+    }
+    return &found->second;
+}
+
+} // namespace
+
+dbgtap_handle_t dbgtap_dbg_init(const char* modname, const char* moddesc, int num_elements,
+                                const char* const* descriptions)
+{
+    might_sleep("dbgtap_dbg_init");
+    FakePlatform& fake = platform();
+    journal().add(Source::platform, strf("dbgtap_dbg_init %s", modname));
+    if (fake.dbgtap_out_of_memory || heap().attempt(Kind::platform, "dbgtap_dbg_init"))
+        return nullptr;
+    std::lock_guard guard(mutex);
+    fake.module_name = modname;
+    fake.module_description = moddesc;
+    fake.element_descriptions.assign(descriptions, descriptions + num_elements);
+    for (int i = 0; i < num_elements; ++i)
+        fake.elements[DBGTAP_FIRST_ELEMENT + i];
+    ++fake.registrations;
+    return new dbgtap_registration_{modname};
+}
+
+void dbgtap_dbg_close(dbgtap_handle_t handle)
+{
+    might_sleep("dbgtap_dbg_close");
+    journal().add(Source::platform, "dbgtap_dbg_close");
+    if (handle == nullptr)
+        return;
+    std::lock_guard guard(mutex);
+    --platform().registrations;
+    delete handle;
+}
+
+int dbgtap_is_hist_enabled_for_dbgelem(dbgtap_handle_t handle, int element)
+{
+    std::lock_guard guard(mutex);
+    const DebugElement* const entry = element_of(handle, element);
+    return entry != nullptr && entry->history ? 1 : 0;
+}
+
+void dbgtap_log_hist_for_dbgelem(dbgtap_handle_t handle, int element, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    char* text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    va_end(arguments);
+    if (length < 0)
+        die("the test machine has no memory for a message");
+    const std::string whole(text, static_cast<std::size_t>(length));
+    std::free(text);
+    std::lock_guard guard(mutex);
+    DebugElement* const entry = element_of(handle, element);
+    if (entry == nullptr)
+        return;
+    if (!entry->history)
+        fault(strf("a message for the history of element %d, which is off", element));
+    journal().add(Source::message, strf("%d ", element) + whole);
+    entry->texts.push_back(whole);
+}
+
+int dbgtap_chk_nofilter(dbgtap_handle_t handle, int element)
+{
+    std::lock_guard guard(mutex);
+    const DebugElement* const entry = element_of(handle, element);
+    return entry != nullptr && entry->log ? 1 : 0;
+}
+
+const char* dbgtap_getmodname(dbgtap_handle_t handle)
+{
+    return handle == nullptr ? "" : handle->name.c_str();
+}
