@@ -2,6 +2,7 @@
 #include "ipfcctl/command_line.h"
 
 #include "ipfcctl/commands.h"
+#include "ipfcctl/help.h"
 #include "ipfcctl/session.h"
 
 #include "libipfc/device_node.h"
@@ -33,19 +34,6 @@ std::string quoted(const std::string& word)
 bool is_option(const std::string& word)
 {
     return word.starts_with("-") && word.size() > 1;
-}
-
-/// The words that lead to the app, as the user writes them.
-std::string path_of(const CLI::App& app)
-{
-    const CLI::App* parent = app.get_parent();
-    return parent == nullptr ? app.get_name() : path_of(*parent) + " " + app.get_name();
-}
-
-std::string help_of(const CLI::App& app)
-{
-    const CLI::App* parent = app.get_parent();
-    return app.help(parent == nullptr ? "" : path_of(*parent));
 }
 
 /// The app of the last word that was understood.
@@ -113,27 +101,48 @@ const CLI::App* app_of_help_word(const CLI::App& root, const std::vector<std::st
     return asked ? app : nullptr;
 }
 
+/// The first app on the way down that was given words it does not know; null when all are known.
+const CLI::App* app_with_words_left(const CLI::App& app)
+{
+    if (!app.remaining().empty()) {
+        return &app;
+    }
+    const std::vector<CLI::App*> parsed = app.get_subcommands();
+    return parsed.empty() ? nullptr : app_with_words_left(*parsed.back());
+}
+
+/// The option that was written twice, for a mismatch between options and values; or null.
+const CLI::Option* repeated_option(const CLI::App& app)
+{
+    const auto repeated = app.get_options(
+        [](const CLI::Option* option) { return option->nonpositional() && option->count() > 1; });
+    return repeated.empty() ? nullptr : repeated.front();
+}
+
 /// What is wrong, in this program's words where the library's are vague.
 UsageError explain(const CLI::App& root, const CLI::ParseError& error)
 {
-    const CLI::App& app = deepest_parsed(root);
-    const std::vector<std::string> left = app.remaining();
-    if (!left.empty()) {
-        const std::string& word = left.front();
-        return {is_option(word) ? unknown_option(app, root, word) : unknown_word(app, word), &app};
+    const CLI::App& last = deepest_parsed(root);
+    const bool required = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    const bool extra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    // A misspelt word is named rather than the right one that is missing for it.
+    if (const CLI::App* app = app_with_words_left(root); app != nullptr && (required || extra)) {
+        const std::string word = app->remaining().front();
+        return {is_option(word) ? unknown_option(*app, root, word) : unknown_word(*app, word), app};
     }
-    if (has_commands(app)) {
-        return {app.get_parent() == nullptr ? "an object is missing" : "a command is missing",
-                &app};
+    if (required && has_commands(last)) {
+        return {&last == &root ? "an object is missing" : "a command is missing", &last};
     }
-    return {error.what(), &app};
+    const CLI::Option* repeated = repeated_option(last);
+    if (repeated != nullptr && dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        return {repeated->get_name() + " is given more than once", &last};
+    }
+    return {error.what(), &last};
 }
 
 std::unique_ptr<CLI::App> make_root(Session& session)
 {
     auto root = std::make_unique<CLI::App>("Manage the IP over Fibre Channel driver", kProgram);
-    root->get_formatter()->label("SUBCOMMAND", "OBJECT [COMMAND] [ARGS]");
-    root->get_formatter()->column_width(26);
     root->footer("\"help\" in the place of any word shows the help of what stands before it.\n"
                  "Exit status: 0 done, 1 wrong usage, 2 refused by the driver or no driver.");
     root->require_subcommand(1);
@@ -144,6 +153,7 @@ std::unique_ptr<CLI::App> make_root(Session& session)
     root->add_flag("-j,--json", session.json, "Write results as JSON");
     add_vsan_commands(*root, session);
     add_module_commands(*root, session);
+    label_commands(*root, "OBJECT [COMMAND] [ARGS]", "Objects");
     return root;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "ipfcctl/commands.h"
+#include "ipfcctl/help.h"
 #include "ipfcctl/session.h"
 
 #include "libipfc/names.h"
@@ -29,7 +30,7 @@ CLI::App* add_command(CLI::App& vsan, Session& session, const std::string& name,
                       Choose choose)
 {
     CLI::App* command = vsan.add_subcommand(name, description);
-    command->add_option("VSAN", words->vsan, "VSAN number, 0 to 4095")->required();
+    command->add_option("VSAN", words->vsan, "VSAN number, 0 to 4095")->type_name("")->required();
     command->callback([&session, name, words, choose] {
         const vsan_id_t number = ipfc::parse_vsan("VSAN", words->vsan);
         session.choose("vsan " + name + " " + words->vsan, choose(number, *words));
@@ -69,7 +70,9 @@ void add_set_fcid(CLI::App& vsan, Session& session)
                 device.set_fcid(number, fcid, ifindex);
             };
         });
-    command->add_option("FCID", words->fcid, "FC address, 0x0a0b0c or 0a.0b.0c")->required();
+    command->add_option("FCID", words->fcid, "FC address, 0x0a0b0c or 0a.0b.0c")
+        ->type_name("")
+        ->required();
     command
         ->add_option("--ifindex", words->ifindex,
                      "Platform index of the interface that the N_Port is behind; 0 unless given")
@@ -101,6 +104,7 @@ void add_vsan_commands(CLI::App& root, Session& session)
     add_plain(vsan, session, "up", "Set the administrative state up", &ipfc::ControlDevice::set_up);
     add_plain(vsan, session, "down", "Set the administrative state down",
               &ipfc::ControlDevice::set_down);
+    label_commands(vsan, "COMMAND [ARGS]", "Commands");
 }
 
 } // namespace ipfcctl

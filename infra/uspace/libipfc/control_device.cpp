@@ -6,8 +6,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -37,14 +35,6 @@ ivrip_ioctl_t to_record(const InterVsanHost& host)
 }
 
 } // namespace
-
-DeviceCalls DeviceCalls::of_system()
-{
-    return {
-        [](int fd, unsigned long command, void* record) { return ::ioctl(fd, command, record); },
-        [](int fd, void* buffer, size_t count) { return ::read(fd, buffer, count); },
-    };
-}
 
 ControlDevice::ControlDevice(FileDescriptor file, DeviceCalls calls)
     : file_(std::move(file)), calls_(std::move(calls))

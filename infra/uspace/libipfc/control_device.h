@@ -1,27 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include "libipfc/device_calls.h"
 #include "libipfc/file_descriptor.h"
 
 #include "brim/ipfc_intf.h"
 
-#include <sys/types.h>
-
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 
 namespace ipfc {
-
-/// The calls that reach the driver, with the C library's own results (-1 and errno).
-struct DeviceCalls {
-    std::function<int(int fd, unsigned long command, void* record)> ioctl;
-    std::function<ssize_t(int fd, void* buffer, size_t count)> read;
-
-    static DeviceCalls of_system();
-};
 
 /// What became of the packet that waited for an answer of the resolver.
 enum class Parked {

@@ -66,8 +66,7 @@ bool node_belongs_to(const std::string& path, unsigned major_number)
 }
 
 /// Makes a node in a new directory that only the caller can enter, opens it and removes both.
-FileDescriptor open_scratch_node(const std::string& scratch, unsigned major_number, int flags,
-                                 int& error)
+FileDescriptor open_scratch_node(const std::string& scratch, dev_t number, int flags, int& error)
 {
     std::string directory = scratch + "/ipfc.XXXXXX";
     if (::mkdtemp(directory.data()) == nullptr) {
@@ -76,7 +75,7 @@ FileDescriptor open_scratch_node(const std::string& scratch, unsigned major_numb
     }
     const std::string node = directory + "/" + IPFC_DEVICE_NAME;
     FileDescriptor file;
-    if (::mknod(node.c_str(), S_IFCHR | 0600, makedev(major_number, 0)) == 0) {
+    if (::mknod(node.c_str(), S_IFCHR | 0600, number) == 0) {
         file = FileDescriptor(::open(node.c_str(), flags | O_CLOEXEC));
     }
     error = errno;
@@ -87,10 +86,11 @@ FileDescriptor open_scratch_node(const std::string& scratch, unsigned major_numb
 
 FileDescriptor open_private_node(const DevicePlaces& places, unsigned major_number, int flags)
 {
+    const dev_t number = makedev(major_number, places.minor_number);
     int error = ENOENT;
     for (const std::string& scratch : places.scratch) {
         // A file system mounted without devices refuses the node or its opening: try the next.
-        if (FileDescriptor file = open_scratch_node(scratch, major_number, flags, error)) {
+        if (FileDescriptor file = open_scratch_node(scratch, number, flags, error)) {
             return file;
         }
     }

@@ -13,6 +13,8 @@ namespace ipfc {
 struct DevicePlaces {
     std::string node = "/dev/ipfc";
     std::string registry = "/proc/devices";
+    /// The driver has all minor numbers and makes no difference between them.
+    unsigned minor_number = 0;
     /// Directories that may take a private node, in the order in which they are tried.
     std::vector<std::string> scratch = {"/dev", "/run", "/tmp"};
 };
