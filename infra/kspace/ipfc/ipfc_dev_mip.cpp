@@ -12,21 +12,23 @@ constinit const opt_func_t mip_callback = {
 
 namespace {
 
-// 0 with *vsan_id and *priv, or the callback's result. A number beyond the table is a missing
-// interface: the platform promises not to give one.
-std::int32_t find_interface(const mip_mapping_t* ip_map, vsan_id_t* vsan_id,
-                            kvsan_interface_priv_t** priv)
+// The interface of an address, or null with the callback's result. A number beyond the table is a
+// missing interface: the platform promises not to give one.
+kvsan_interface_priv_t* find_interface(const mip_mapping_t* ip_map, vsan_id_t* vsan_id,
+                                       std::int32_t* result)
 {
     const int error = if_index_vsan_get_vsan(ip_map->ifindex, vsan_id);
-    if (error != 0)
-        return -error;
+    if (error != 0) {
+        *result = -error;
+        return nullptr;
+    }
     net_device* dev = vsan_id_valid(*vsan_id) ? vsan_interfaces[*vsan_id] : nullptr;
     if (dev == nullptr) {
         IPFC_ERROR("VSAN Interface %d not exists\n", *vsan_id);
-        return -EINVAL;
+        *result = -EINVAL;
+        return nullptr;
     }
-    *priv = ipfc_priv(dev);
-    return 0;
+    return ipfc_priv(dev);
 }
 
 // The port name of an address: 10 00 and its MAC.
@@ -57,13 +59,13 @@ void end_exchanges(kvsan_interface_priv_t* priv, vsan_id_t vsan_id, fcid_t sourc
 std::int32_t ipfc_mip_add_ip(mip_mapping_t* ip_map)
 {
     vsan_id_t vsan_id = 0;
-    kvsan_interface_priv_t* priv = nullptr;
-    const std::int32_t error = find_interface(ip_map, &vsan_id, &priv);
-    if (error != 0)
-        return error;
+    std::int32_t result = 0;
+    kvsan_interface_priv_t* priv = find_interface(ip_map, &vsan_id, &result);
+    if (priv == nullptr)
+        return result;
     const fcid_t fcid = {.num = ip_map->add_data};
-    const int result = ipfc_add_nport(vsan_id, fcid, ip_map->sifindex,
-                                      port_name(ip_map->source_mac), priv->ww_nodename);
+    result = ipfc_add_nport(vsan_id, fcid, ip_map->sifindex, port_name(ip_map->source_mac),
+                            priv->ww_nodename);
     if (result == 0)
         ++priv->num_sec_ip_addr;
     return result;
@@ -73,10 +75,10 @@ std::int32_t ipfc_mip_add_ip(mip_mapping_t* ip_map)
 std::int32_t ipfc_mip_del_ip(mip_mapping_t* ip_map)
 {
     vsan_id_t vsan_id = 0;
-    kvsan_interface_priv_t* priv = nullptr;
-    const std::int32_t error = find_interface(ip_map, &vsan_id, &priv);
-    if (error != 0)
-        return error;
+    std::int32_t result = 0;
+    kvsan_interface_priv_t* priv = find_interface(ip_map, &vsan_id, &result);
+    if (priv == nullptr)
+        return result;
     --priv->num_sec_ip_addr;
     const fcid_t fcid = {.num = ip_map->add_data};
     if (ipfc_remove_nport(vsan_id, fcid) != 0)
