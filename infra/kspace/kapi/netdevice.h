@@ -106,7 +106,8 @@ void unregister_netdevice(net_device* dev) KAPI_GLUE(unregister_netdevice);
 void rtnl_lock();
 void rtnl_unlock();
 
-// Overwrites length bytes of the device's own address from offset on.
+// Overwrites length bytes of the device's own address from offset on. Process context, without
+// rtnl_lock.
 void dev_addr_mod(net_device* dev, unsigned int offset, const void* address, std::size_t length)
     KAPI_GLUE(dev_addr_mod);
 

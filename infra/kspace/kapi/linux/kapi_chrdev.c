@@ -44,14 +44,13 @@ static int command_begin(void)
 
 static void command_end(void)
 {
-    kapi_proc_publish();
     WRITE_ONCE(command_owner, NULL);
     mutex_unlock(&command_lock);
 }
 
 void kapi_command_abandon(void)
 {
-    if (kapi_command_running())
+    if (kapi_command_running() && !in_interrupt())
         command_end();
 }
 
@@ -113,6 +112,7 @@ static long chr_ioctl(struct file* filp, unsigned int cmd, unsigned long arg)
     if (result < 0)
         return result;
     result = operations->ioctl(file_inode(filp), filp, cmd, arg);
+    kapi_proc_publish();
     command_end();
     return result;
 }
@@ -129,6 +129,7 @@ static long chr_compat_ioctl(struct file* filp, unsigned int cmd, unsigned long 
     if (result < 0)
         return result;
     result = operations->compat_ioctl(filp, cmd, arg);
+    kapi_proc_publish();
     command_end();
     return result;
 }
@@ -233,7 +234,9 @@ int kapi_register_chrdev(unsigned int major, const char* name,
     strcpy(own->name, name);
     own->operations = operations;
     own->number = MKDEV(major, 0);
-    if (major)
+    if (MAJOR(own->number) != major)
+        result = -EINVAL;
+    else if (major)
         result = register_chrdev_region(own->number, MINORS, own->name);
     else
         result = alloc_chrdev_region(&own->number, 0, MINORS, own->name);

@@ -34,7 +34,8 @@ void kapi_kfree_skb(struct sk_buff* skb)
 
 void kapi_dev_kfree_skb_any(struct sk_buff* skb)
 {
-    dev_kfree_skb_any(skb);
+    if (!kapi_skb_being_built(skb))
+        dev_kfree_skb_any(skb);
 }
 
 void kapi_skb_reserve(struct sk_buff* skb, int length)
