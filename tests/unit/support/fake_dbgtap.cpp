@@ -1,22 +1,26 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "support/fake_platform.h"
+#include "support/fake_state.h"
 
 #include "twin.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 
 using namespace twin;
 
 struct dbgtap_registration_ {
+    explicit dbgtap_registration_(const char* modname) : name(modname) {}
     std::string name;
 };
 
 namespace {
 
 std::mutex mutex;
+std::vector<std::unique_ptr<dbgtap_registration_>> registered;
 
 DebugElement* element_of(dbgtap_handle_t handle, int element)
 {
@@ -33,6 +37,12 @@ DebugElement* element_of(dbgtap_handle_t handle, int element)
 
 } // namespace
 
+void drop_registrations()
+{
+    std::lock_guard guard(mutex);
+    registered.clear();
+}
+
 dbgtap_handle_t dbgtap_dbg_init(const char* modname, const char* moddesc, int num_elements,
                                 const char* const* descriptions)
 {
@@ -48,7 +58,8 @@ dbgtap_handle_t dbgtap_dbg_init(const char* modname, const char* moddesc, int nu
     for (int i = 0; i < num_elements; ++i)
         fake.elements[DBGTAP_FIRST_ELEMENT + i];
     ++fake.registrations;
-    return new dbgtap_registration_{modname};
+    registered.push_back(std::make_unique<dbgtap_registration_>(modname));
+    return registered.back().get();
 }
 
 void dbgtap_dbg_close(dbgtap_handle_t handle)
@@ -58,8 +69,10 @@ void dbgtap_dbg_close(dbgtap_handle_t handle)
     if (handle == nullptr)
         return;
     std::lock_guard guard(mutex);
-    --platform().registrations;
-    delete handle;
+    if (std::erase_if(registered, [&](const auto& entry) { return entry.get() == handle; }) == 0)
+        fault("dbgtap_dbg_close of a handle that is not open");
+    else
+        --platform().registrations;
 }
 
 int dbgtap_is_hist_enabled_for_dbgelem(dbgtap_handle_t handle, int element)

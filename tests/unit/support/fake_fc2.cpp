@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "support/fake_platform.h"
-#include "support/fake_sockets.h"
+#include "support/fake_state.h"
 
 #include "twin.h"
 

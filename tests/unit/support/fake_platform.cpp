@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "support/fake_platform.h"
 
-#include "support/fake_sockets.h"
+#include "support/fake_state.h"
 
 #include "twin.h"
 
@@ -25,9 +25,20 @@ void FakePlatform::reset()
     twin::journal().clear();
 }
 
+void FakePlatform::release_leftovers()
+{
+    drop_sockets();
+    drop_registrations();
+    open_sockets = 0;
+    registrations = 0;
+    sock = nullptr;
+    mip_callbacks.reset();
+}
+
 void FakePlatform::close()
 {
     drop_sockets();
+    drop_registrations();
     if (proc_brim_sw != nullptr)
         remove_proc_entry("brim_sw", nullptr);
     proc_brim_sw = nullptr;

@@ -85,6 +85,8 @@ public:
     void reset();
     // Takes "brim_sw" away and drops what was not received.
     void close();
+    // What a failed start-up left registered here goes, as the glue and the platform see to it.
+    void release_leftovers();
 
     // ---- FC-2 stack: scripts ----
     int header_reserve = 64;

@@ -19,6 +19,8 @@ void end_module()
 {
     if (ipfc_module().live())
         ipfc_module().unload();
+    if (ipfc_module().left_over())
+        platform().release_leftovers();
     ipfc_module().release_leftovers();
 }
 

@@ -15,10 +15,11 @@ struct HeldLock {
     const void* lock = nullptr;
     const void* lock_class = nullptr;
     LockMode mode = LockMode::exclusive;
-    bool rw = false;         // a reader/writer lock
-    bool bh = false;         // taken by a _bh form
-    bool irqsave = false;    // taken by the _irqsave form
-    unsigned long flags = 0; // what the _irqsave form returned
+    bool rw = false;                     // a reader/writer lock
+    bool bh = false;                     // taken by a _bh form
+    bool irqsave = false;                // taken by the _irqsave form
+    unsigned long flags = 0;             // what the _irqsave form returned
+    std::vector<const void*> outer = {}; // locks that were held when this one was taken
 };
 
 struct Context {

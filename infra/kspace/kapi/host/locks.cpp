@@ -61,6 +61,8 @@ void enter(Lock* lock, HeldLock held, const char* function, Acquire acquire)
 {
     held.lock = lock;
     held.lock_class = class_of(lock);
+    for (const HeldLock& outer : context().held)
+        held.outer.push_back(outer.lock);
     lockdep::before_acquire(lock, held.lock_class, function);
     acquire();
     context().held.push_back(held);

@@ -6,6 +6,7 @@
 #include "fault.h"
 #include "netdev.h"
 #include "procfs.h"
+#include "slab_caches.h"
 
 #include <atomic>
 
@@ -96,6 +97,7 @@ void Module::unload()
             fault("a module left its character device registered");
     release_devices();
     release_proc_entries(this, /*left_is_fault=*/true);
+    release_slab_caches(this, /*left_is_fault=*/true);
 }
 
 void Module::release_leftovers()
@@ -106,6 +108,7 @@ void Module::release_leftovers()
     release_char_devices(this);
     release_devices();
     release_proc_entries(this, /*left_is_fault=*/false);
+    release_slab_caches(this, /*left_is_fault=*/false);
 }
 
 } // namespace twin

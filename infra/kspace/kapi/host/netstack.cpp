@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <utility>
 
@@ -28,6 +29,33 @@ Bytes arp_address;
 std::vector<ArpQuestion> questions;
 
 thread_local int transmit_depth;
+
+// One sender per device at a time, softirqs off.
+std::map<const net_device*, std::mutex> transmit_locks;
+
+std::mutex& transmit_lock_of(const net_device* dev)
+{
+    std::lock_guard guard(mutex);
+    return transmit_locks[dev];
+}
+
+class TransmitScope {
+public:
+    explicit TransmitScope(const net_device* dev) : guard_(transmit_lock_of(dev))
+    {
+        ++transmit_depth;
+        bh_disable();
+    }
+    ~TransmitScope()
+    {
+        --transmit_depth;
+        bh_enable();
+    }
+    TransmitScope(const TransmitScope&) = delete;
+
+private:
+    std::lock_guard<std::mutex> guard_;
+};
 
 std::string name_of(const net_device* dev)
 {
@@ -199,20 +227,13 @@ int ip_output(net_device* dev, std::uint16_t type, const void* daddr,
 
 int transmit(sk_buff* skb, net_device* dev)
 {
-    if (transmit_depth > 0)
+    if (transmit_depth > 0) {
         fault("transmit inside transmit");
-    ++transmit_depth;
-    bh_disable();
-    int result;
-    try {
-        result = dev->hard_start_xmit(skb, dev);
-    } catch (...) {
-        --transmit_depth;
-        bh_enable();
-        throw;
+        kfree_skb(skb);
+        return -e_netdown;
     }
-    bh_enable();
-    --transmit_depth;
+    const TransmitScope scope(dev);
+    const int result = dev->hard_start_xmit(skb, dev);
     if (result != NETDEV_TX_OK)
         fault(strf("a driver's transmit returned %d", result));
     return result;
@@ -257,6 +278,7 @@ void reset_netstack()
     arp_result = 1;
     arp_address.clear();
     questions.clear();
+    transmit_locks.clear();
 }
 
 } // namespace twin

@@ -4,6 +4,7 @@
 #include "fault.h"
 #include "heap.h"
 #include "journal.h"
+#include "module.h"
 #include "slab_caches.h"
 
 #include "kapi/slab.h"
@@ -22,6 +23,7 @@ struct kmem_cache {
     unsigned long flags;
     void (*ctor)(void*);
     std::set<const void*> objects;
+    const Module* owner;
 };
 
 namespace {
@@ -52,7 +54,7 @@ kmem_cache* kmem_cache_create(const char* name, std::size_t size, std::size_t al
         return nullptr;
     }
     journal().add(Source::slab, strf("kmem_cache_create %s", name));
-    auto* const cache = new kmem_cache{name, size, align, flags, ctor, {}};
+    auto* const cache = new kmem_cache{name, size, align, flags, ctor, {}, Module::starting()};
     void* const block = heap().take_silently(Kind::cache, 1, "kmem_cache");
     std::lock_guard guard(mutex);
     for (const auto& entry : caches)
@@ -139,6 +141,23 @@ void vfree(const void* block)
 }
 
 namespace twin {
+
+void release_slab_caches(const Module* owner, bool left_is_fault)
+{
+    std::lock_guard guard(mutex);
+    std::erase_if(caches, [&](const auto& entry) {
+        const kmem_cache* const cache = entry.first;
+        if (cache->owner != owner)
+            return false;
+        if (left_is_fault)
+            fault("a module left the slab cache " + cache->name);
+        for (const void* object : cache->objects)
+            heap().give_back(Kind::object, object, "kmem_cache_destroy");
+        heap().give_back(Kind::cache, entry.second, "kmem_cache_destroy");
+        delete cache;
+        return true;
+    });
+}
 
 void reset_slab_caches()
 {

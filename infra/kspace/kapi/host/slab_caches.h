@@ -8,6 +8,8 @@
 
 namespace twin {
 
+class Module;
+
 struct SlabCache {
     std::string name;
     std::size_t size;
@@ -18,6 +20,9 @@ struct SlabCache {
 };
 
 std::vector<SlabCache> slab_caches();
+
+// For modules: destroys what the module left.
+void release_slab_caches(const Module* owner, bool left_is_fault);
 
 // Forgets every cache; their objects are the heap's.
 void reset_slab_caches();
