@@ -12,6 +12,7 @@ public:
     explicit FabricNameServer(std::string path);
 
     [[nodiscard]] std::string description() const override;
+    [[nodiscard]] bool lives_with_driver() const override { return true; }
     std::optional<fcid_t> find(const Port& port) override;
     Reading read_table() override;
     std::shared_ptr<ChangeSignal> watch() override;

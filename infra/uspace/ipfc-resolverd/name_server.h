@@ -37,6 +37,9 @@ public:
     virtual ~NameServer() = default;
     /// For messages.
     [[nodiscard]] virtual std::string description() const = 0;
+    /// Whether it comes and goes with the driver's modules. Such a one is watched only while the
+    /// control device is held, which keeps them loaded.
+    [[nodiscard]] virtual bool lives_with_driver() const = 0;
     /// None: there is no such port.
     virtual std::optional<fcid_t> find(const Port& port) = 0;
     /// Reads everything anew. After a failure find goes on as before it.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "ipfc-resolverd/query_runner.h"
 
+#include "ipfc-resolverd/text_file.h"
+
 #include "libipfc/file_descriptor.h"
 
 #include <sys/eventfd.h>
@@ -54,8 +56,11 @@ TableResult read_whole(NameServer& name_server, ChangeSignal* signal)
         return {std::make_shared<const PortTable>(std::move(reading.ports)),
                 std::move(reading.remark),
                 {}};
+    } catch (const MalformedText& error) {
+        // The same lines until somebody writes others, which raises the signal.
+        return {nullptr, {}, error.what(), false};
     } catch (const std::exception& error) {
-        return {nullptr, {}, error.what()};
+        return {nullptr, {}, error.what(), true};
     }
 }
 
@@ -90,10 +95,11 @@ void QueryRunner::ask(const Port& port)
 
 void QueryRunner::read_table(std::shared_ptr<ChangeSignal> signal)
 {
-    start([name_server = name_server_, signal = std::move(signal)]() -> Result {
-              return read_whole(*name_server, signal.get());
-          },
-          TableResult{nullptr, {}, kNoThread});
+    start(
+        [name_server = name_server_, signal = std::move(signal)]() -> Result {
+            return read_whole(*name_server, signal.get());
+        },
+        TableResult{nullptr, {}, kNoThread, true});
 }
 
 int QueryRunner::fd() const

@@ -24,6 +24,7 @@ struct TableResult {
     std::shared_ptr<const PortTable> table;
     std::string remark;
     std::string error;
+    bool may_pass = false; ///< the error may be gone when the table is read again
 };
 
 using Result = std::variant<PortResult, TableResult>;

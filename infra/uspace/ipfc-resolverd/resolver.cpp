@@ -2,7 +2,6 @@
 #include "ipfc-resolverd/resolver.h"
 
 #include "libipfc/names.h"
-#include "libipfc/refusal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -96,8 +95,7 @@ void Resolver::count_parked(ipfc::Parked parked)
 bool Resolver::add(ipfc::ControlDevice& device, const Port& port, fcid_t fcid)
 {
     const std::string what = to_text(port) + " is at " + ipfc::to_text(fcid);
-    if (!command(what,
-                 [&] { count_parked(device.add_mapping(port.vsan, port.name, fcid)); })) {
+    if (!command(what, [&] { count_parked(device.add_mapping(port.vsan, port.name, fcid)); })) {
         return false;
     }
     ++counters_.added;
@@ -109,8 +107,8 @@ bool Resolver::add(ipfc::ControlDevice& device, const Port& port, fcid_t fcid)
 void Resolver::not_found(ipfc::ControlDevice& device, const Port& port)
 {
     const std::string what = to_text(port) + " is not found";
-    const bool taken = command(
-        what, [&] { count_parked(device.mapping_not_found(port.vsan, port.name)); });
+    const bool taken =
+        command(what, [&] { count_parked(device.mapping_not_found(port.vsan, port.name)); });
     ++(taken ? counters_.not_found : counters_.unanswered);
     log_.debug(what);
 }
@@ -123,8 +121,8 @@ void Resolver::answer(ipfc::ControlDevice& device, const Port& port, std::option
     }
 }
 
-void Resolver::answer_all(ipfc::ControlDevice& device, const Port& port,
-                          std::optional<fcid_t> fcid, size_t requests)
+void Resolver::answer_all(ipfc::ControlDevice& device, const Port& port, std::optional<fcid_t> fcid,
+                          size_t requests)
 {
     try {
         for (; requests > 0; --requests) {

@@ -6,6 +6,7 @@
 #include "ipfc-resolverd/query_runner.h"
 
 #include "libipfc/control_device.h"
+#include "libipfc/refusal.h"
 
 #include <chrono>
 #include <functional>
@@ -51,7 +52,8 @@ public:
     /// Answers "not found" to all that wait, whatever their queries may still bring.
     void give_up(ipfc::ControlDevice& device);
     /// The name server's ports are these: tells the driver of those that have moved or left. Says
-    /// nothing of a port that was answered after reading began: the answer may be the newer of both.
+    /// nothing of a port that was answered after reading began: the answer may be the newer of
+    /// both.
     void take_table(ipfc::ControlDevice& device, const PortTable& table);
 
     // Without a device nothing can be told.

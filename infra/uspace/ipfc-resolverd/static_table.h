@@ -15,6 +15,7 @@ public:
     explicit StaticTable(std::string path);
 
     [[nodiscard]] std::string description() const override;
+    [[nodiscard]] bool lives_with_driver() const override { return false; }
     std::optional<fcid_t> find(const Port& port) override;
     /// Throws MalformedText, or std::system_error for a file that cannot be read.
     Reading read_table() override;
