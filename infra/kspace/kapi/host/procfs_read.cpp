@@ -20,7 +20,6 @@ constexpr loff_t offset_limit = (1l << 31) - 1;
 // A handler is asked for at most a page less some slack.
 constexpr long block_size = static_cast<long>(page_size) - 1024;
 
-constexpr int e_fault = 14;
 constexpr int e_io = 5;
 
 // Not zeroed, as the kernel's is not, and with an unmapped page behind it.
