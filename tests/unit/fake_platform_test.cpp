@@ -8,10 +8,6 @@
 
 #include <cstring>
 
-#if defined(__clang__)
-#pragma clang diagnostic ignored "-Wthread-safety-analysis"
-#endif
-
 namespace {
 
 using namespace twin;

@@ -8,11 +8,6 @@
 
 #include <thread>
 
-// Rules are broken here on purpose.
-#if defined(__clang__)
-#pragma clang diagnostic ignored "-Wthread-safety-analysis"
-#endif
-
 namespace {
 
 using namespace twin;

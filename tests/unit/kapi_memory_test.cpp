@@ -3,6 +3,8 @@
 #include "support/out_of_memory.h"
 #include "support/twin_test.h"
 
+#include "sanitizers.h"
+
 #include "kapi/slab.h"
 #include "kapi/uaccess.h"
 
@@ -197,7 +199,7 @@ TEST_F(UserMemoryTest, access_ok_looks_at_the_range_and_not_at_the_pages)
     EXPECT_FALSE(access_ok(VERIFY_READ, user.address(), 4));
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+#if TWIN_ASAN
 using HeapDeathTest = TwinTest;
 
 TEST_F(HeapDeathTest, the_byte_behind_a_block_is_forbidden)
@@ -213,7 +215,7 @@ TEST_F(HeapDeathTest, a_freed_block_is_forbidden)
     kfree(const_cast<char*>(block));
     EXPECT_DEATH(block[0] = 1, "heap-use-after-free");
 }
-#elif !defined(__SANITIZE_THREAD__)
+#elif !TWIN_TSAN
 TEST_F(HeapTest, bytes_written_behind_a_block_are_found_when_it_is_freed)
 {
     auto* const block = static_cast<volatile char*>(kmalloc(12, GFP_ATOMIC));

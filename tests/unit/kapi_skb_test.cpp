@@ -2,6 +2,8 @@
 // Socket buffers of the twin.
 #include "support/twin_test.h"
 
+#include "sanitizers.h"
+
 #include "kapi/slab.h"
 
 #include <numeric>
@@ -217,7 +219,7 @@ TEST_F(SkbTest, a_buffer_that_nobody_frees_is_a_leak)
     EXPECT_TRUE(audit().empty());
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+#if TWIN_ASAN
 using SkbDeathTest = SkbTest;
 
 TEST_F(SkbDeathTest, the_byte_behind_the_storage_is_forbidden)

@@ -3,6 +3,7 @@
 
 #include "context.h"
 #include "fault.h"
+#include "sanitizers.h"
 
 #include "kapi/slab.h"
 
@@ -11,17 +12,6 @@
 #include <deque>
 #include <mutex>
 #include <unordered_map>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define TWIN_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TWIN_ASAN 1
-#endif
-#endif
-#ifndef TWIN_ASAN
-#define TWIN_ASAN 0
-#endif
 
 namespace twin {
 namespace {
