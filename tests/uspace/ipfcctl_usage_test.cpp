@@ -13,7 +13,6 @@ namespace {
 
 using ipfc_test::ProcessResult;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 using Words = std::vector<std::string>;
 

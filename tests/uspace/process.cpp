@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 namespace ipfc_test {
@@ -15,11 +17,9 @@ namespace {
 
 std::vector<char*> pointers(std::vector<std::string>& texts)
 {
-    std::vector<char*> result;
-    for (std::string& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
+    std::vector<char*> result(texts.size() + 1, nullptr);
+    std::transform(texts.begin(), texts.end(), result.begin(),
+                   [](std::string& text) { return text.data(); });
     return result;
 }
 
@@ -43,9 +43,8 @@ ProcessResult run_process(const std::string& program, const std::vector<std::str
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> settings;
-    for (const auto& [name, value] : environment) {
-        settings.push_back(name + "=" + value);
-    }
+    std::transform(environment.begin(), environment.end(), std::back_inserter(settings),
+                   [](const auto& entry) { return entry.first + "=" + entry.second; });
     const std::vector<char*> argv = pointers(words);
     const std::vector<char*> envp = pointers(settings);
 

@@ -26,7 +26,7 @@ struct VsanArguments {
 /// line has been read, and throws before anything is sent when a word is wrong.
 template <typename Choose>
 CLI::App* add_command(CLI::App& vsan, Session& session, const std::string& name,
-                      const std::string& description, std::shared_ptr<VsanArguments> words,
+                      const std::string& description, const std::shared_ptr<VsanArguments>& words,
                       Choose choose)
 {
     CLI::App* command = vsan.add_subcommand(name, description);
