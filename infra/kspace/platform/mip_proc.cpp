@@ -88,12 +88,14 @@ bool read_ipv4(const char* text, inet_addr_t* address)
     return *text == '\0';
 }
 
+inline constexpr unsigned int NO_GAP = 9;
+
 // Groups of hexadecimal digits, of which one "::" stands for as many zeros as are missing.
 bool read_ipv6(const char* text, inet_addr_t* address)
 {
     std::uint8_t bytes[16] = {};
     unsigned int groups = 0;
-    unsigned int gap = 8; // groups in front of the "::"
+    unsigned int gap = NO_GAP; // groups in front of the "::"
     bool more = true;
     if (text[0] == ':' && text[1] == ':') {
         gap = 0;
@@ -107,16 +109,16 @@ bool read_ipv6(const char* text, inet_addr_t* address)
         store_be16(bytes + 2 * groups++, group);
         more = take_char(&text, ':');
         if (more && take_char(&text, ':')) {
-            if (gap != 8)
+            if (gap != NO_GAP)
                 return false;
             gap = groups;
             more = *text != '\0';
         }
     }
-    if (*text != '\0' || (groups == 8) != (gap == 8))
+    if (*text != '\0' || (groups == 8) != (gap == NO_GAP))
         return false;
-    const unsigned int behind = groups < gap ? 0 : 2 * (groups - gap);
-    if (gap != 8) {
+    if (gap != NO_GAP) {
+        const unsigned int behind = 2 * (groups - gap);
         memmove(bytes + 16 - behind, bytes + 2 * gap, behind);
         memset(bytes + 2 * gap, 0, 16 - behind - 2 * gap);
     }

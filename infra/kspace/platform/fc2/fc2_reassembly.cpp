@@ -47,15 +47,17 @@ void discard(fc2_stack* stack, fc2_sequence* sequence) KAPI_REQUIRES(stack->lock
     free_sequence(sequence);
 }
 
+// Makes room for one frame more; the sequence that it belongs to may be the one that goes.
 void make_room(fc2_stack* stack) KAPI_REQUIRES(stack->lock)
 {
-    while (stack->num_sequences >= FC2_SEQUENCES_MAX || stack->frames_held >= FC2_FRAMES_HELD_MAX)
+    while (stack->frames_held >= FC2_FRAMES_HELD_MAX)
         discard(stack, list_entry(stack->sequences.next, fc2_sequence, link));
 }
 
 fc2_sequence* open_sequence(fc2_stack* stack, const fc2_frame& frame) KAPI_REQUIRES(stack->lock)
 {
-    make_room(stack);
+    if (stack->num_sequences >= FC2_SEQUENCES_MAX)
+        discard(stack, list_entry(stack->sequences.next, fc2_sequence, link));
     auto* sequence = static_cast<fc2_sequence*>(kzalloc(sizeof(fc2_sequence), GFP_ATOMIC));
     if (sequence == nullptr) {
         stack->counters.overruns++;
@@ -138,6 +140,7 @@ placed place_frame(fc2_stack* stack, const fc2_frame& frame, sk_buff* skb, fc2_s
     KAPI_EXCLUDES(stack->lock)
 {
     irqsave_guard guard(stack->lock);
+    make_room(stack);
     fc2_sequence* sequence = sequence_for(stack, frame, skb);
     if (sequence == nullptr)
         return placed::surplus;

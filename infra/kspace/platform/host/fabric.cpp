@@ -20,13 +20,13 @@ brim_link* module_link = nullptr;
 
 } // namespace
 
-// A real device's queue has locks of its own that may not be taken inside the stack's.
 void Fabric::transmit(const brim_link* from, const sk_buff* frame)
 {
     if (from->stack == nullptr)
         fault("a frame is sent over a link that is not attached");
     if (frame->data_len != 0)
         fault("a frame on the link is not linear");
+    locks_held = std::max(locks_held, context().held.size());
     if (!from->plugged)
         return;
     in_flight.push_back({from, skb_bytes(frame)});

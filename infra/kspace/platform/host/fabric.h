@@ -41,6 +41,9 @@ public:
     // Everything that was ever sent.
     std::vector<Bytes> seen;
 
+    // The most locks that a sender held.
+    std::size_t locks_held = 0;
+
     // Sends a frame of a station that is no stack.
     void send(Bytes bytes);
 
