@@ -86,7 +86,7 @@ TEST_F(FabricTest, TellsOfLinesThatItDoesNotUnderstand)
     write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0101\nzone 7\n");
     const Reading reading = name_server_.read_table();
     EXPECT_EQ(reading.ports.size(), 1u);
-    EXPECT_EQ(reading.remark, "1 lines were not understood");
+    EXPECT_EQ(reading.remark, "1 line not understood");
 }
 
 TEST_F(FabricTest, IsPolledForAnUrgentChangeOfTheOpenFile)
@@ -136,8 +136,7 @@ TEST_F(StaticTableTest, RefusesAMalformedTableAndStaysWithTheOneInForce)
         table.read_table();
         FAIL() << "was taken";
     } catch (const MalformedText& error) {
-        EXPECT_EQ(error.what(),
-                  path_ + ":2: port name \"20:00\": 2 bytes where there must be 8");
+        EXPECT_EQ(error.what(), path_ + ":2: port name \"20:00\": 2 bytes where there must be 8");
     }
     EXPECT_EQ(found(table, port(10, kName)), "0x0a0101");
 }

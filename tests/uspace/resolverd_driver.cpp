@@ -19,7 +19,8 @@ namespace resolverd_test {
 
 using resolverd::Port;
 
-/// Readable as long as bytes, one for each request, wait in the socket; hung up when it is unloaded.
+/// Readable as long as bytes, one for each request, wait in the socket; hung up when it is
+/// unloaded.
 struct FakeDriver::Instance {
     int near_end = -1; ///< the driver's; each open device has a copy of the far end
     int far_end = -1;
@@ -101,14 +102,13 @@ ipfc::ControlDevice FakeDriver::open()
         throw ipfc::DeviceError("there is no control device", ENODEV);
     }
     const std::shared_ptr<Instance> instance = instance_;
-    return ipfc::ControlDevice(
-        ipfc::FileDescriptor(::fcntl(instance->far_end, F_DUPFD_CLOEXEC, 0)),
-        {[this, instance](int, unsigned long command, void* record) {
-             return ioctl(instance, command, record);
-         },
-         [this, instance](int, void* buffer, size_t count) {
-             return read(instance, buffer, count);
-         }});
+    return ipfc::ControlDevice(ipfc::FileDescriptor(::fcntl(instance->far_end, F_DUPFD_CLOEXEC, 0)),
+                               {[this, instance](int, unsigned long command, void* record) {
+                                    return ioctl(instance, command, record);
+                                },
+                                [this, instance](int, void* buffer, size_t count) {
+                                    return read(instance, buffer, count);
+                                }});
 }
 
 void FakeDriver::queue_request(const Port& to)
@@ -205,13 +205,14 @@ void FakeDriver::load()
 {
     const std::lock_guard lock(mutex_);
     instance_ = make_instance();
+    ++loads_;
     changed();
 }
 
-bool FakeDriver::loaded()
+std::string FakeDriver::current_load()
 {
     const std::lock_guard lock(mutex_);
-    return instance_ != nullptr;
+    return instance_ ? std::to_string(loads_) : "";
 }
 
 int FakeDriver::users()

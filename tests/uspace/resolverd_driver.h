@@ -38,7 +38,8 @@ public:
 
     void unload();
     void load();
-    [[nodiscard]] bool loaded();
+    /// A text for each load; empty while unloaded.
+    [[nodiscard]] std::string current_load();
     /// Descriptors of the device that are open.
     [[nodiscard]] int users();
 
@@ -67,6 +68,7 @@ private:
     std::vector<resolverd::Port> parked_;
     std::vector<std::string> commands_;
     std::map<uint32_t, int> refusals_;
+    int loads_ = 1;
 
     static std::shared_ptr<Instance> make_instance();
 };

@@ -112,6 +112,7 @@ public:
     std::shared_ptr<resolverd::ChangeSignal> watch() override
     {
         const std::lock_guard lock(mutex_);
+        signal_->consume();
         return signal_;
     }
 

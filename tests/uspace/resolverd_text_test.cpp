@@ -61,10 +61,9 @@ TEST(PortTable, IsEmptyWhenThereAreOnlyCommentsAndBlanks)
 
 TEST(PortTable, TakesCommentsTabsAndALastLineWithoutItsEnd)
 {
-    const PortTable ports =
-        parse_port_table("\t10\t20000000000000a1  0a.01.01 # the array\r\n"
-                         "0 20:00:00:00:00:00:00:a2 0x010203",
-                         "ports");
+    const PortTable ports = parse_port_table("\t10\t20000000000000a1  0a.01.01 # the array\r\n"
+                                             "0 20:00:00:00:00:00:00:a2 0x010203",
+                                             "ports");
     EXPECT_EQ(lines_of(ports), "VSAN 0 port 20:00:00:00:00:00:00:a2 at 0x010203\n"
                                "VSAN 10 port 20:00:00:00:00:00:00:a1 at 0x0a0101\n");
 }
@@ -85,25 +84,24 @@ TEST_P(MalformedTable, IsRefusedWithFileLineAndReason)
 
 INSTANTIATE_TEST_SUITE_P(
     Table, MalformedTable,
-    testing::Values(
-        Malformed{"WordMissing", "# ports\n10 20:00:00:00:00:00:00:01\n",
-                  "2: 2 words where there must be three: VSAN, port name and FCID"},
-        Malformed{"WordTooMany", "10 20:00:00:00:00:00:00:01 0x010203 0x010204",
-                  "1: 4 words where there must be three: VSAN, port name and FCID"},
-        Malformed{"VsanTooHigh", "4096 20:00:00:00:00:00:00:01 0x010203",
-                  "1: VSAN \"4096\": the highest VSAN is 4095"},
-        Malformed{"VsanNoNumber", "ten 20:00:00:00:00:00:00:01 0x010203",
-                  "1: VSAN \"ten\": a VSAN is a decimal number from 0 to 4095"},
-        Malformed{"NameTooShort", "\n\n10 20:00 0x010203",
-                  "3: port name \"20:00\": 2 bytes where there must be 8"},
-        Malformed{"FcidZero", "10 20:00:00:00:00:00:00:01 0x000000",
-                  "1: FCID \"0x000000\": zero stands for no FCID at all"},
-        Malformed{"FcidBroadcast", "10 20:00:00:00:00:00:00:01 0xffffff",
-                  "1: FCID \"0xffffff\": the broadcast address belongs to no port"},
-        Malformed{"PortTwice",
-                  "10 20:00:00:00:00:00:00:01 0x010203\n# again\n"
-                  "10 2000000000000001 0x010204\n",
-                  "3: VSAN 10 port 20:00:00:00:00:00:00:01 stands on line 1 already"}),
+    testing::Values(Malformed{"WordMissing", "# ports\n10 20:00:00:00:00:00:00:01\n",
+                              "2: 2 words where there must be three: VSAN, port name and FCID"},
+                    Malformed{"WordTooMany", "10 20:00:00:00:00:00:00:01 0x010203 0x010204",
+                              "1: 4 words where there must be three: VSAN, port name and FCID"},
+                    Malformed{"VsanTooHigh", "4096 20:00:00:00:00:00:00:01 0x010203",
+                              "1: VSAN \"4096\": the highest VSAN is 4095"},
+                    Malformed{"VsanNoNumber", "ten 20:00:00:00:00:00:00:01 0x010203",
+                              "1: VSAN \"ten\": a VSAN is a decimal number from 0 to 4095"},
+                    Malformed{"NameTooShort", "\n\n10 20:00 0x010203",
+                              "3: port name \"20:00\": 2 bytes where there must be 8"},
+                    Malformed{"FcidZero", "10 20:00:00:00:00:00:00:01 0x000000",
+                              "1: FCID \"0x000000\": zero stands for no FCID at all"},
+                    Malformed{"FcidBroadcast", "10 20:00:00:00:00:00:00:01 0xffffff",
+                              "1: FCID \"0xffffff\": the broadcast address belongs to no port"},
+                    Malformed{"PortTwice",
+                              "10 20:00:00:00:00:00:00:01 0x010203\n# again\n"
+                              "10 2000000000000001 0x010204\n",
+                              "3: VSAN 10 port 20:00:00:00:00:00:00:01 stands on line 1 already"}),
     [](const auto& info) { return info.param.name; });
 
 TEST(PortTable, OfTheFabricKeepsWhatIsUnderstoodAndCountsTheRest)
@@ -167,8 +165,8 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"NoEqualSign", "table /t",
                   "1: a setting is written \"table = value\", in three words"},
         Malformed{"NoBlanks", "table=/t", "1: there is no setting \"table=/t\""},
-        Malformed{"ValueMissing", "table =",
-                  "1: a setting is written \"table = value\", in three words"},
+        Malformed{"ValueMissing",
+                  "table =", "1: a setting is written \"table = value\", in three words"},
         Malformed{"SetTwice", "table = /t\ntable = /u", "2: \"table\" is set on line 1 already"},
         Malformed{"RelativePath", "table = ports", "1: \"ports\" does not start with \"/\""},
         Malformed{"UnknownChoice", "back-end = dns", "1: \"dns\" is none of fabric, table"},

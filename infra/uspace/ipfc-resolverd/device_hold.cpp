@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "ipfc-resolverd/device_hold.h"
 
-#include "ipfc-resolverd/text_file.h"
-
-#include "libipfc/device_node.h"
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -16,14 +14,11 @@ namespace {
 
 constexpr std::chrono::seconds kReleaseTime{10};
 
-bool is_registered()
+/// The kernel makes the module's folder anew, with a new inode, for each load.
+std::string inode_of_module()
 {
-    try {
-        return ipfc::registered_major(read_file(ipfc::DevicePlaces{}.registry), IPFC_DEVICE_NAME)
-            .has_value();
-    } catch (const std::system_error&) {
-        return false;
-    }
+    struct stat status {};
+    return ::stat("/sys/module/ipfc", &status) == 0 ? std::to_string(status.st_ino) : "";
 }
 
 /// "vsan10"; the folder has reports of other kinds too.
@@ -40,7 +35,7 @@ Surroundings Surroundings::of_system()
     return {[](const std::string& path) {
                 return ipfc::ControlDevice::open(path, ipfc::ControlDevice::Wait::nonblock);
             },
-            is_registered};
+            inode_of_module};
 }
 
 DeviceHold::DeviceHold(std::string path, std::string reports, Surroundings surroundings,
@@ -58,9 +53,16 @@ bool DeviceHold::has_interfaces() const
     return unreadable || std::any_of(begin(entries), end(entries), names_interface);
 }
 
+void DeviceHold::keep_away(Clock::time_point now)
+{
+    released_until_ = now + kReleaseTime;
+    released_load_ = surroundings_.load_of_driver();
+}
+
 bool DeviceHold::released(Clock::time_point now)
 {
-    if (released_until_ && (now >= *released_until_ || !surroundings_.driver_is_loaded())) {
+    if (released_until_ &&
+        (now >= *released_until_ || surroundings_.load_of_driver() != released_load_)) {
         released_until_.reset();
     }
     return released_until_.has_value();
@@ -93,8 +95,8 @@ DeviceHold::Closed DeviceHold::try_close(Clock::time_point now, bool idle)
     if (releasing_) {
         device_.reset();
         releasing_ = false;
-        released_until_ = now + kReleaseTime;
-        log_.notice("the control device is released, for ten seconds or until it is back");
+        keep_away(now);
+        log_.notice("the control device is released, for the driver to be unloaded");
         return Closed::tables_kept;
     }
     if (!has_interfaces()) {
@@ -117,7 +119,7 @@ void DeviceHold::release(Clock::time_point now)
     if (device_) {
         releasing_ = true;
     } else {
-        released_until_ = now + kReleaseTime;
+        keep_away(now);
     }
 }
 

@@ -19,8 +19,8 @@ namespace resolverd {
 struct Surroundings {
     /// Opens the control device, to be read without waiting. Throws ipfc::DeviceError.
     std::function<ipfc::ControlDevice(const std::string& path)> open_device;
-    /// Whether the driver has its control device registered.
-    std::function<bool()> driver_is_loaded;
+    /// Tells one load of the driver from another; empty while it is not loaded.
+    std::function<std::string()> load_of_driver;
 
     static Surroundings of_system();
 };
@@ -49,11 +49,12 @@ public:
     Closed try_close(Clock::time_point now, bool idle);
     /// The driver has gone from behind the device.
     void lose(const ipfc::DeviceError& error);
-    /// Asks for the device to be let go of, until the driver has been unloaded or ten seconds have
-    /// passed.
+    /// Asks for the device to be let go of, until the driver has been unloaded or, should that not
+    /// happen, ten seconds have passed.
     void release(Clock::time_point now);
 
 private:
+    void keep_away(Clock::time_point now);
     [[nodiscard]] bool released(Clock::time_point now);
     [[nodiscard]] bool has_interfaces() const;
 
@@ -67,6 +68,7 @@ private:
     std::string complaint_; ///< why the device could not be opened, said already
     bool releasing_ = false;
     std::optional<Clock::time_point> released_until_;
+    std::string released_load_; ///< the device is released for this load of the driver to end
 };
 
 } // namespace resolverd

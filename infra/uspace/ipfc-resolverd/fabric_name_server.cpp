@@ -71,7 +71,7 @@ Reading FabricNameServer::read_table()
     LenientTable table = parse_known_lines(read_file(path_));
     std::string remark;
     if (table.skipped_lines != 0) {
-        remark = std::to_string(table.skipped_lines) + " lines were not understood";
+        remark = counted(table.skipped_lines, "line") + " not understood";
     }
     return {std::move(table.ports), std::move(remark)};
 }

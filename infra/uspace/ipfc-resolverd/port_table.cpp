@@ -18,8 +18,7 @@ using Entry = std::pair<Port, fcid_t>;
 Entry parse_entry(const Words& words)
 {
     if (words.size() != 3) {
-        throw std::invalid_argument(std::to_string(words.size()) +
-                                    (words.size() == 1 ? " word" : " words") +
+        throw std::invalid_argument(counted(words.size(), "word") +
                                     " where there must be three: VSAN, port name and FCID");
     }
     const Port port{ipfc::parse_vsan("VSAN", words[0]), ipfc::parse_wwn("port name", words[1])};

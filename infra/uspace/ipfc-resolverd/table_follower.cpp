@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "ipfc-resolverd/table_follower.h"
 
+#include "ipfc-resolverd/text_file.h"
+
 #include <exception>
 #include <utility>
 
@@ -111,8 +113,8 @@ std::shared_ptr<const PortTable> TableFollower::take(const TableResult& result,
     }
     ++counters_.tables;
     if (!last_ || !same_table(*last_, *result.table)) {
-        log_.info(name_server_->description() + " lists " + std::to_string(result.table->size()) +
-                  " ports" + (result.remark.empty() ? "" : "; " + result.remark));
+        log_.info(name_server_->description() + " lists " + counted(result.table->size(), "port") +
+                  (result.remark.empty() ? "" : "; " + result.remark));
     }
     last_ = result.table;
     return result.table;

@@ -69,6 +69,11 @@ std::string read_file(const std::string& path)
     }
 }
 
+std::string counted(size_t count, const std::string& noun)
+{
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 void for_each_line(std::string_view text, const std::function<void(size_t, const Words&)>& take)
 {
     for (size_t number = 1; !text.empty(); ++number) {

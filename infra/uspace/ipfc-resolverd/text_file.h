@@ -21,6 +21,9 @@ public:
 /// 16 MiB: no table of ports is that long.
 std::string read_file(const std::string& path);
 
+/// "1 line", "2 lines"
+std::string counted(size_t count, const std::string& noun);
+
 using Words = std::vector<std::string_view>;
 
 /// Calls take with the number, from 1, and the words of every line that has any. A "#" in front of
