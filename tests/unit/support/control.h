@@ -8,6 +8,7 @@
 #include "ipfc.h"
 #include "ivr_ip.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -129,6 +130,30 @@ protected:
             find_mapping_quietly(ipfc_priv(dev)->kwwpn_hash_table, name);
         return mapping == nullptr ? 0 : mapping->dest_fcid.num;
     }
+};
+
+// The control device open, and closed before the module goes.
+class OpenDeviceTest : public ControlTest {
+protected:
+    void SetUp() override
+    {
+        ControlTest::SetUp();
+        opened.emplace("ipfc");
+        ASSERT_EQ(opened->error(), 0);
+    }
+    void tidy() override
+    {
+        opened.reset();
+        ControlTest::tidy();
+    }
+
+    // The whole system call, with the record at the end of mapped memory.
+    long command(unsigned code, const twin::Bytes& record)
+    {
+        return opened->ioctl(code, twin::UserMemory(record).argument());
+    }
+
+    std::optional<twin::CharFile> opened;
 };
 
 // The first size bytes of a record.
