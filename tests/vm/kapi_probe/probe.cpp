@@ -94,6 +94,8 @@ int probe_ioctl(inode*, file*, unsigned int command, unsigned long arg)
         return 0;
     case PROBE_SENT:
         return static_cast<int>(static_cast<probe_private*>(netdev_priv(device))->good_packets);
+    case PROBE_SQUAT:
+        return probe_squat(arg != 0);
     default:
         return check(command, arg);
     }

@@ -25,6 +25,7 @@ enum probe_command : unsigned int {
     PROBE_REMOVE_DOOMED, // takes the proc entry "doomed" away
     PROBE_REFUSE_HEADER, // arg 1: header construction frees the buffer and fails
     PROBE_SENT,          // packets that left with header and payload as they should
+    PROBE_SQUAT,          // arg 1: takes the name brim_sw/ipfc under /proc; 0: gives it back
 };
 
 #ifdef __KERNEL__
@@ -67,6 +68,7 @@ int probe_entries_create();
 int probe_entries();
 void probe_entries_remove_doomed();
 void probe_entries_remove();
+int probe_squat(bool on);
 
 // A cache whose objects are constructed is not merged with another of about the same size.
 void probe_constructed(void* object);

@@ -129,6 +129,14 @@ void probe_entries_remove_doomed()
     remove_proc_entry("doomed", folder);
 }
 
+// A name that ipfc.ko needs. The folder above it belongs to the platform's module.
+int probe_squat(bool on)
+{
+    if (!on)
+        remove_proc_entry("brim_sw/ipfc", nullptr);
+    return !on || proc_mkdir("brim_sw/ipfc", nullptr) != nullptr ? 0 : -EEXIST;
+}
+
 // The entries below are left to the folder's removal.
 void probe_entries_remove()
 {
