@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
 constexpr std::string_view kDecimalDigits = "0123456789";
+constexpr size_t kLongestDebugName = 31; // what the debug library keeps
 
 bool consists_of(std::string_view text, std::string_view digits)
 {
@@ -76,6 +77,17 @@ std::vector<std::string_view> digit_pairs(std::string_view digits)
         pairs.push_back(digits.substr(i, 2));
     }
     return pairs;
+}
+
+std::string joined_bytes(std::span<const uint8_t> bytes)
+{
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        char pair[4];
+        std::snprintf(pair, sizeof(pair), text.empty() ? "%02x" : ":%02x", byte);
+        text += pair;
+    }
+    return text;
 }
 
 bool is_broadcast(fcid_t fcid)
@@ -212,14 +224,54 @@ ip_addr_t parse_ipv4(std::string_view argument, std::string_view text)
     return address;
 }
 
+mac_t parse_mac(std::string_view argument, std::string_view text)
+{
+    mac_t mac{};
+    const std::string complaint = read_bytes(split(text, ':'), mac.ether_addr_octet);
+    if (!complaint.empty()) {
+        throw BadArgument(argument, text, complaint);
+    }
+    if (consists_of(text, "0:")) {
+        throw BadArgument(argument, text, "a MAC of all zeros names no port");
+    }
+    if ((mac.ether_addr_octet[0] & 1) != 0) {
+        throw BadArgument(argument, text, "a group's MAC names no port");
+    }
+    return mac;
+}
+
+std::string parse_debug_name(std::string_view argument, std::string_view text)
+{
+    constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+    const std::string allowed = std::string(kLetters) + std::string(kDecimalDigits) + "_-.";
+    if (!consists_of(text, allowed) || text.front() == '.' || text.size() > kLongestDebugName) {
+        throw BadArgument(argument, text, "not the name of a debug module or element");
+    }
+    return std::string(text);
+}
+
+bool parse_switch(std::string_view argument, std::string_view text)
+{
+    if (text != "on" && text != "off") {
+        throw BadArgument(argument, text, "neither \"on\" nor \"off\"");
+    }
+    return text == "on";
+}
+
 std::string to_text(wwn_t name)
 {
-    std::string text;
-    for (const uint8_t byte : name.str) {
-        char pair[4];
-        std::snprintf(pair, sizeof(pair), text.empty() ? "%02x" : ":%02x", byte);
-        text += pair;
-    }
+    return joined_bytes(name.str);
+}
+
+std::string to_text(const mac_t& mac)
+{
+    return joined_bytes(mac.ether_addr_octet);
+}
+
+std::string ipv4_to_text(ip_addr_t address)
+{
+    char text[INET_ADDRSTRLEN] = "";
+    ::inet_ntop(AF_INET, &address, text, sizeof(text));
     return text;
 }
 

@@ -42,11 +42,24 @@ inet_addr_t parse_inet_addr(std::string_view argument, std::string_view text);
 /// IPv4 alone; the result is in network order.
 ip_addr_t parse_ipv4(std::string_view argument, std::string_view text);
 
+/// Six bytes of two hexadecimal digits joined by colons; a single station's, and not all zeros.
+mac_t parse_mac(std::string_view argument, std::string_view text);
+
+/// The name of a debug module or element: letters, digits, '_', '-' and '.', not in front.
+std::string parse_debug_name(std::string_view argument, std::string_view text);
+
+/// "on" or "off".
+bool parse_switch(std::string_view argument, std::string_view text);
+
 /// "10:00:00:11:22:33:44:55"
 std::string to_text(wwn_t name);
 /// "0x0a0b0c"
 std::string to_text(fcid_t fcid);
 /// "192.0.2.1", "2001:db8::1", or "-" for an address of neither kind.
 std::string to_text(const inet_addr_t& address);
+/// "02:00:00:00:00:77"
+std::string to_text(const mac_t& mac);
+/// An IPv4 address in network order.
+std::string ipv4_to_text(ip_addr_t address);
 
 } // namespace ipfc
