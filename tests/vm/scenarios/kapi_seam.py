@@ -6,6 +6,7 @@
     +--------+
 """
 
+import os
 import re
 import subprocess
 
@@ -44,7 +45,10 @@ def build(lab):
     run([ROOT / "scripts/build-modules", "--kdir", lab.kernel.build, "--out", out, "--module", SOURCES])
     program = out / "probe"
     source = SOURCES / "user" / "probe_user.cpp"
-    run(["c++", "-std=c++20", "-O1", "-Wall", "-Wextra", "-Werror", "-static", "-o", program, source])
+    # Renamed when it is whole: another scenario may want it at the same time.
+    new = out / f"probe.{os.getpid()}"
+    run(["c++", "-std=c++20", "-O1", "-Wall", "-Wextra", "-Werror", "-static", "-o", new, source])
+    new.replace(program)
     return {"modules/kapi_probe.ko": out / "kapi_probe.ko", "bin/probe": program}
 
 
