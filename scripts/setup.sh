@@ -53,7 +53,7 @@ as_root() {
 # shellcheck disable=SC2034 # used by run and test
 # What ./run needs: compilers and headers for the module and the tool, and the machines.
 packages_run=(
-    make cmake g++ nlohmann-json3-dev libcli11-dev libfmt-dev
+    make cmake g++ nlohmann-json3-dev libcli11-dev libfmt-dev libsystemd-dev
     linux-headers-cloud-amd64
     qemu-system-x86 tshark busybox-static iproute2 iputils-ping dash python3
 )
