@@ -50,9 +50,12 @@ cxx_flags = -Wp,-MMD,$(depfile) \
 quiet_cmd_cxx_o_cpp = CXX $(quiet_modtag) $@
       cmd_cxx_o_cpp = $(CXX) $(cxx_flags) -c -o $@ $<; $(OBJCOPY) -R .group $@ $(cmd_objtool)
 
-# The module loader runs no constructors.
+# The module loader runs no constructors, but for those of a kernel's own instrumentation, which
+# look the same.
+ifndef CONFIG_CONSTRUCTORS
       cmd_no_constructors = if $(OBJDUMP) -h $@ | grep -E '\.(init_array|ctors|fini_array|dtors)'; \
 	then echo >&2 "$@: error: needs a constructor or destructor to run"; rm -f $@; false; fi
+endif
 
 define rule_cxx_o_cpp
 	$(call cmd_and_fixdep,cxx_o_cpp)
