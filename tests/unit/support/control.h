@@ -156,6 +156,82 @@ protected:
     std::optional<twin::CharFile> opened;
 };
 
+// What tests of resolution share: packets as transmission gets them.
+class ResolutionTest : public OpenDeviceTest {
+protected:
+    // 56 bytes of the stack's room, the destination copy (peer at PEER_FCID), the network header,
+    // the LLC/SNAP header, and an IPv4 packet of 20 bytes whose last byte tells packets apart.
+    static twin::Bytes output_packet(std::uint8_t mark, wwn_t peer = PEER_NAME,
+                                     std::uint8_t type = 0x00)
+    {
+        twin::Bytes packet(56, 0x77);
+        const auto append = [&packet](std::initializer_list<std::uint8_t> more) {
+            packet.insert(packet.end(), more);
+        };
+        const auto append_name = [&](wwn_t name) {
+            packet.insert(packet.end(), name.str, name.str + 8);
+        };
+        append_name(peer);
+        append({0x00, 0x0D, 0x0E, 0x0F});
+        append_name(peer);
+        append({0x10, 0x00, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07});
+        append({0xAA, 0xAA, 0x03, 0x00, 0x00, 0x00, 0x08, type});
+        append({0x45, 0, 0, 20, 0, 0, 0, 0, 64, 17, 0, 0, 10, 1, 2, 3, 10, 1, 2, mark});
+        return packet;
+    }
+
+    // The packet in a buffer that needs no copy on its way.
+    static sk_buff* output_skb(net_device* dev, const twin::Bytes& packet)
+    {
+        sk_buff* const skb = twin::make_skb(packet, {.headroom = 64, .tailroom = 16});
+        skb->dev = dev;
+        skb->protocol = cpu_to_be16(ETH_P_IP);
+        return skb;
+    }
+
+    // Transmission of a packet to a port that the table does not hold; the buffer that was parked.
+    static sk_buff* park(net_device* dev, std::uint8_t mark, wwn_t peer = PEER_NAME)
+    {
+        sk_buff* const skb = output_skb(dev, output_packet(mark, peer));
+        const std::int32_t before = skb_list_lenght;
+        EXPECT_EQ(twin::transmit(skb, dev), 0);
+        EXPECT_EQ(skb_list_lenght, before + 1);
+        return skb;
+    }
+
+    // A request without a packet from transmission.
+    static int request(vsan_id_t vsan, wwn_t name = PEER_NAME)
+    {
+        sk_buff* const skb = twin::make_skb(twin::Bytes(40));
+        const int result = ipfc_chr_request_mapping(vsan, name, skb);
+        if (result != 0)
+            kfree_skb(skb);
+        return result;
+    }
+
+    // Packets that the platform was given, by their last byte.
+    static std::vector<int> sent_marks()
+    {
+        std::vector<int> marks;
+        for (const SentIu& iu : platform().sends)
+            marks.push_back(iu.bytes.back());
+        return marks;
+    }
+
+    static std::size_t live_packets() { return twin::heap().live(twin::Kind::skb); }
+
+    // Reads one request: the result of the read.
+    long read_request(twin::Bytes* bytes = nullptr)
+    {
+        twin::UserMemory buffer(12);
+        buffer.fill(0xEE);
+        const long result = opened->read(buffer.address(), 12);
+        if (bytes != nullptr)
+            *bytes = buffer.bytes();
+        return result;
+    }
+};
+
 // The first size bytes of a record.
 template <typename Record>
 twin::Bytes bytes_of(const Record& record, std::size_t size = sizeof(Record))
