@@ -74,9 +74,12 @@ protected:
     {
         return joined({twin::Bytes(56, 0xEE), bytes(addresses), bytes(llc), bytes(packet)});
     }
-    static sk_buff* make(const char* addresses, const char* llc, const char* packet)
+    sk_buff* make(const char* addresses, const char* llc, const char* packet) const
     {
-        return twin::make_skb(buffer(addresses, llc, packet), {.headroom = 56, .tailroom = 12});
+        sk_buff* const skb =
+            twin::make_skb(buffer(addresses, llc, packet), {.headroom = 56, .tailroom = 12});
+        skb->dev = dev;
+        return skb;
     }
     void send(const char* addresses, const char* llc, const char* packet)
     {
