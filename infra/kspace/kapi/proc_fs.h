@@ -6,6 +6,7 @@
 #include "types.h"
 
 struct file;
+struct wait_queue_head_t;
 
 // buffer holds a page. *start left null: the whole text was written from the buffer's beginning and
 // the result is its length; otherwise *start points at the bytes that belong to off.
@@ -35,6 +36,11 @@ void remove_proc_entry(const char* name, proc_dir_entry* parent) KAPI_GLUE(remov
 // Asked before each read of the entry: bytes that the whole text needs. A kernel whose buffer is
 // one page whatever the text ignores it.
 void kapi_proc_set_size(proc_dir_entry* entry, std::size_t (*size)(void* data));
+// Makes the entry one to be polled: always readable, and urgent (POLLPRI) for an open file once
+// version tells another number than at the file's last read from offset 0. Whoever changes what
+// version tells wakes the queue. Any number of files; a call before the entry is given its data.
+void kapi_proc_set_poll(proc_dir_entry* entry, wait_queue_head_t* queue,
+                        unsigned long (*version)(void* data));
 // Bytes that the read handler which was given buffer may write there.
 std::size_t kapi_proc_room(const char* buffer);
 

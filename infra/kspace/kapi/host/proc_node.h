@@ -19,6 +19,8 @@ struct ProcNode {
     bool directory = false;
     bool removed = false;
     const Module* owner = nullptr;
+    wait_queue_head_t* watchers = nullptr;
+    unsigned long (*version)(void* data) = nullptr; // of the text, for those who poll
     std::size_t (*size)(void* data) = nullptr; // what the whole text needs, when the module says
 };
 

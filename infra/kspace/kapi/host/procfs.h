@@ -34,6 +34,9 @@ ProcRead proc_read_at(const std::string& path, loff_t position, std::size_t coun
 // Reads to the end, count bytes a call. Throws when there is no such report.
 std::string proc_read(const std::string& path, std::size_t count = 1024);
 
+// The version of the text that a poller compares with what it has read.
+unsigned long proc_version(const std::string& path);
+
 // One write system call. text is put into user memory.
 long proc_write(const std::string& path, const std::string& text);
 

@@ -185,11 +185,27 @@ HandlerResult call_read_proc(proc_dir_entry* entry, off_t offset, int count)
     return called;
 }
 
+unsigned long proc_version(const std::string& path)
+{
+    const auto* const node = reinterpret_cast<ProcNode*>(must_find(path));
+    if (node->version == nullptr)
+        die("nobody can poll " + path);
+    return node->version(node->entry.data);
+}
+
 } // namespace twin
 
 void kapi_proc_set_size(proc_dir_entry* entry, std::size_t (*size)(void* data))
 {
     reinterpret_cast<twin::ProcNode*>(entry)->size = size;
+}
+
+void kapi_proc_set_poll(proc_dir_entry* entry, wait_queue_head_t* queue,
+                        unsigned long (*version)(void* data))
+{
+    auto* const node = reinterpret_cast<twin::ProcNode*>(entry);
+    node->watchers = queue;
+    node->version = version;
 }
 
 std::size_t kapi_proc_room(const char* buffer)

@@ -80,7 +80,9 @@ struct kapi_pde {
     int (*write_proc)(struct file* filp, const char __user* buffer, unsigned long count,
                       void* data);
     void* data;
-    size_t (*size)(void* data);    /* what the whole text needs, in bytes; null: a page */
+    size_t (*size)(void* data);  /* what the whole text needs, in bytes; null: a page */
+    wait_queue_head_t* watchers; /* null: not to be polled */
+    unsigned long (*version)(void* data);
     struct list_head link;         /* kapi_entries */
     struct proc_dir_entry* entry;  /* the kernel's; null: removed, only the address still counts */
     struct proc_dir_entry* parent; /* as the driver named it: one of these, or the kernel's */
@@ -186,6 +188,8 @@ struct kapi_pde* kapi_create_proc_entry(const char* name, unsigned int mode,
                                         struct proc_dir_entry* parent);
 void kapi_remove_proc_entry(const char* name, struct proc_dir_entry* parent);
 void kapi_proc_set_size(struct kapi_pde* entry, size_t (*size)(void* data));
+void kapi_proc_set_poll(struct kapi_pde* entry, wait_queue_head_t* queue,
+                        unsigned long (*version)(void* data));
 size_t kapi_proc_room(const char* buffer);
 
 bool kapi_access_ok(int type, const void* address, unsigned long size);

@@ -4,7 +4,9 @@
 // The kernel counts the calls into an entry and waits for them when it is removed, so neither the
 // record below nor the module goes away under a reader. A report that is still open afterwards
 // reads an error.
+#include <linux/module.h>
 #include <linux/mutex.h>
+#include <linux/poll.h>
 #include <linux/stat.h>
 #include <linux/vmalloc.h>
 
@@ -57,6 +59,13 @@ size_t kapi_proc_room(const char* buffer)
 void kapi_proc_set_size(struct kapi_pde* entry, size_t (*size)(void* data))
 {
     entry->size = size;
+}
+
+void kapi_proc_set_poll(struct kapi_pde* entry, wait_queue_head_t* queue,
+                        unsigned long (*version)(void* data))
+{
+    entry->version = version;
+    entry->watchers = queue;
 }
 
 // Where the bytes for the reader begin in the buffer, and how many they are. *step is what the
@@ -120,6 +129,8 @@ static ssize_t proc_read(struct file* filp, char __user* to, size_t room, loff_t
     room = min_t(size_t, room, LAST_OFFSET - *position);
     if (!READ_ONCE(own->ready) || !own->read_proc)
         return 0;
+    if (own->watchers && *position == 0)
+        filp->private_data = (void*)own->version(own->data);
     block = allocate_buffer(own, &buffer);
     if (!block)
         return -ENOMEM;
@@ -145,8 +156,58 @@ static ssize_t proc_write(struct file* filp, const char __user* from, size_t cou
     return own->write_proc(filp, from, count, own->data);
 }
 
+// A file keeps the version that it last began to read at.
+static unsigned int proc_state(struct file* filp, struct kapi_pde* own,
+                               struct poll_table_struct* table)
+{
+    unsigned int mask = POLLIN | POLLRDNORM;
+
+    if (!READ_ONCE(own->ready) || !own->watchers)
+        return mask;
+    poll_wait(filp, own->watchers, table);
+    if ((unsigned long)filp->private_data != own->version(own->data))
+        mask |= POLLPRI | POLLERR;
+    return mask;
+}
+
+#ifdef KAPI_HAVE_POLL_T
+static __poll_t proc_poll(struct file* filp, struct poll_table_struct* table)
+{
+    return (__force __poll_t)proc_state(filp, entry_of(filp), table);
+}
+#else
+static unsigned int proc_poll(struct file* filp, struct poll_table_struct* table)
+{
+    return proc_state(filp, entry_of(filp), table);
+}
+#endif
+
+// Removing an entry does not take a sleeping poller out of the queue, so whoever may poll keeps the
+// module, in whose memory the queue is.
+static int proc_open(struct inode* inode, struct file* filp)
+{
+    const struct kapi_pde* own = entry_of(filp);
+
+    filp->private_data = NULL;
+    if (!smp_load_acquire(&own->ready))
+        return -ENODEV;
+    return !own->watchers || try_module_get(THIS_MODULE) ? 0 : -ENODEV;
+}
+
+static int proc_release(struct inode* inode, struct file* filp)
+{
+    const struct kapi_pde* own = entry_of(filp);
+
+    if (own->watchers)
+        module_put(THIS_MODULE);
+    return 0;
+}
+
 #ifdef KAPI_HAVE_PROC_OPS
 static const struct proc_ops glue_proc_ops = {
+    .proc_open = proc_open,
+    .proc_release = proc_release,
+    .proc_poll = proc_poll,
     .proc_read = proc_read,
     .proc_write = proc_write,
     .proc_lseek = default_llseek,
@@ -154,6 +215,9 @@ static const struct proc_ops glue_proc_ops = {
 #else
 static const struct file_operations glue_proc_ops = {
     .owner = THIS_MODULE,
+    .open = proc_open,
+    .release = proc_release,
+    .poll = proc_poll,
     .read = proc_read,
     .write = proc_write,
     .llseek = default_llseek,
