@@ -79,6 +79,7 @@ private:
     {
         const auto pointers = [](std::vector<std::string>& texts) {
             std::vector<char*> result;
+            result.reserve(texts.size() + 1);
             for (std::string& text : texts) {
                 result.push_back(text.data());
             }
@@ -117,7 +118,7 @@ public:
         while (::poll(&file, 1, 10000) == 1) {
             char text[4096];
             const ssize_t size = ::recv(file_.get(), text, sizeof(text), 0);
-            const std::string message(text, size > 0 ? static_cast<size_t>(size) : 0);
+            std::string message(text, size > 0 ? static_cast<size_t>(size) : 0);
             if (message.starts_with(start)) {
                 return message;
             }

@@ -22,7 +22,7 @@ struct Port {
     friend auto operator<=>(const Port& a, const Port& b)
     {
         const auto by_vsan = a.vsan <=> b.vsan;
-        return by_vsan != 0 ? by_vsan : a.name.num <=> b.name.num;
+        return std::is_neq(by_vsan) ? by_vsan : a.name.num <=> b.name.num;
     }
 };
 
