@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: GPL-2.0-only
 """A foreign station on the link: the far end of a machine's cable, in this program's hands."""
 
+import contextlib
 import select
 import socket
+import threading
 import time
 
 from .errors import Failure
@@ -34,6 +36,24 @@ class Peer:
         """Throws away what has arrived so far."""
         while select.select([self._end], [], [], 0)[0]:
             self._end.recv(1 << 17)
+
+    @contextlib.contextmanager
+    def swallowing(self):
+        """Within, whatever arrives is thrown away at once, so that no sender has to wait."""
+        over = threading.Event()
+
+        def swallow():
+            while not over.is_set():
+                if select.select([self._end], [], [], 0.05)[0]:
+                    self._end.recv(1 << 17)
+
+        thread = threading.Thread(target=swallow)
+        thread.start()
+        try:
+            yield
+        finally:
+            over.set()
+            thread.join()
 
 
 def cable():

@@ -105,6 +105,21 @@ static int raw(char** words)
     return 0;
 }
 
+// Random bytes; half of them get as far as their length lets them, because they claim an ethertype
+// that the driver carries, and half of those go to everybody.
+static void make_garbage(unsigned char* packet, size_t length, unsigned int ethertype)
+{
+    enum { FCID_AT = 64, ETHERTYPE_AT = 90 };
+    for (size_t i = 0; i < length; i++)
+        packet[i] = (unsigned char)random();
+    if (length < ETHERTYPE_AT + 2 || random() % 2 != 0)
+        return;
+    packet[ETHERTYPE_AT] = (unsigned char)(ethertype >> 8);
+    packet[ETHERTYPE_AT + 1] = (unsigned char)ethertype;
+    if (random() % 2 == 0)
+        memcpy(packet + FCID_AT, "\x00\xff\xff\xff", 4);
+}
+
 static int garbage(char** words)
 {
     static const unsigned int ethertypes[] = {0x0800, 0x0806, 0x86DD, 0x1234};
@@ -116,8 +131,7 @@ static int garbage(char** words)
     for (unsigned int round = 0; round < 4; round++) {
         struct address to = device(words[0], ethertypes[round]);
         for (size_t length = 0; length <= sizeof packet; length++) {
-            for (size_t i = 0; i < length; i++)
-                packet[i] = (unsigned char)random();
+            make_garbage(packet, length, ethertypes[round]);
             if (send_to(end, packet, length, &to) == (long)length)
                 sent++;
             else
