@@ -76,7 +76,9 @@ proc_dir_entry* create(const char* name, mode_t mode, proc_dir_entry* parent, bo
     node->parent = above;
     node->mode = mode;
     node->directory = directory;
-    node->owner = above != nullptr && above->owner != nullptr ? above->owner : Module::starting();
+    node->owner = Module::starting();
+    if (node->owner == nullptr && above != nullptr)
+        node->owner = above->owner;
     nodes.push_back(node);
     return &node->entry;
 }
