@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "ipfcctl/command_line.h"
 
+#include "ipfcctl/batch.h"
 #include "ipfcctl/commands.h"
 #include "ipfcctl/help.h"
 #include "ipfcctl/session.h"
@@ -8,6 +9,7 @@
 #include "libipfc/device_node.h"
 #include "libipfc/names.h"
 #include "libipfc/refusal.h"
+#include "libipfc/report_scanner.h"
 
 #include <CLI/CLI.hpp>
 
@@ -131,7 +133,7 @@ UsageError explain(const CLI::App& root, const CLI::ParseError& error)
         return {is_option(word) ? unknown_option(*app, root, word) : unknown_word(*app, word), app};
     }
     if (required && has_commands(last)) {
-        return {&last == &root ? "an object is missing" : "a command is missing", &last};
+        return {"a command is missing", &last};
     }
     const CLI::Option* repeated = repeated_option(last);
     if (repeated != nullptr && dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
@@ -140,25 +142,67 @@ UsageError explain(const CLI::App& root, const CLI::ParseError& error)
     return {error.what(), &last};
 }
 
+void add_options(CLI::App& root, Options& options)
+{
+    root.add_option("--device", options.device_path,
+                    std::string("Control device; otherwise the one that ") + ipfc::kDeviceVariable +
+                        " names, or the driver's own")
+        ->type_name("PATH");
+    root.add_option("--proc-root", options.proc_root,
+                    std::string("Directory of reports; otherwise the one that ") +
+                        ipfc::kProcVariable + " names, or /proc/brim_sw")
+        ->type_name("DIR");
+    root.add_flag("-j,--json", options.json, "Write results as JSON");
+    root.add_flag("-s,--details", options.details, "Show more");
+    root.add_option("-c,--color", options.color,
+                    "Colours: auto (on a terminal, unless NO_COLOR is set), always, never")
+        ->type_name("WHEN");
+    root.add_option("-b,--batch", options.batch,
+                    "Carry out the commands of a file, one a line, up to the first that fails; - "
+                    "reads standard input")
+        ->type_name("FILE");
+}
+
+/// A line of a batch has no options of its own in front of the object.
 std::unique_ptr<CLI::App> make_root(Session& session)
 {
     auto root = std::make_unique<CLI::App>("Manage the IP over Fibre Channel driver", kProgram);
     root->footer("\"help\" in the place of any word shows the help of what stands before it.\n"
                  "Exit status: 0 done, 1 wrong usage, 2 refused by the driver or no driver.");
-    root->require_subcommand(1);
-    root->add_option("--device", session.device_path,
-                     std::string("Control device; otherwise the one that ") +
-                         ipfc::kDeviceVariable + " names, or the driver's own")
-        ->type_name("PATH");
-    root->add_flag("-j,--json", session.json, "Write results as JSON");
+    root->require_subcommand(0, 1);
+    if (!session.in_batch) {
+        add_options(*root, session.options);
+    }
     add_vsan_commands(*root, session);
+    add_exchange_commands(*root, session);
+    add_stats_commands(*root, session);
+    add_ivr_commands(*root, session);
+    add_ip_commands(*root, session);
+    add_secondary_commands(*root, session);
+    add_debug_commands(*root, session);
     add_module_commands(*root, session);
     label_commands(*root, "OBJECT [COMMAND] [ARGS]", "Objects");
     return root;
 }
 
+/// Either an object or a batch, not both.
+void check_object(const CLI::App& root, const Session& session)
+{
+    const bool has_batch =
+        root.get_option_no_throw("--batch") != nullptr && root.count("--batch") != 0;
+    if (has_batch && session.action) {
+        throw UsageError{"an object cannot stand beside --batch", &root};
+    }
+    if (has_batch && session.options.batch.empty()) {
+        throw UsageError{"--batch \"\": the name of a file is empty", &root};
+    }
+    if (!has_batch && !session.action) {
+        throw UsageError{"an object is missing", &root};
+    }
+}
+
 /// Leaves the command in the session; true when help was shown instead.
-bool parse(CLI::App& root, std::vector<std::string> words, std::ostream& out)
+bool parse(CLI::App& root, std::vector<std::string> words, Session& session, std::ostream& out)
 {
     if (const CLI::App* app = app_of_help_word(root, words)) {
         out << help_of(*app);
@@ -176,20 +220,19 @@ bool parse(CLI::App& root, std::vector<std::string> words, std::ostream& out)
     } catch (const ipfc::BadArgument& error) {
         throw UsageError{error.what(), &deepest_parsed(root)};
     }
+    check_object(root, session);
     return false;
 }
 
-ExitCode carry_out(const Session& session, std::ostream& out, std::ostream& err)
+Output::Form form_of(const Options& options, const CLI::App& root)
 {
+    Output::Form form{options.json, options.details, false, output_is_terminal()};
     try {
-        ipfc::ControlDevice device = ipfc::ControlDevice::open(session.device_path);
-        Output output(out, session.json);
-        session.action(device, output);
-    } catch (const ipfc::DeviceError& error) {
-        err << kProgram << ": " << session.label << ": " << error.what() << '\n';
-        return kRefused;
+        form.color = wants_color(options.color, form.terminal);
+    } catch (const ipfc::BadArgument& error) {
+        throw UsageError{error.what(), &root};
     }
-    return kDone;
+    return form;
 }
 
 /// One line, whatever a user's words or the library's text contain.
@@ -200,23 +243,70 @@ std::string one_line(std::string text)
     return text;
 }
 
+ExitCode carry_out(const Session& session, Driver& driver, Output& output, const Complain& complain)
+{
+    try {
+        session.action(driver, output);
+    } catch (const ipfc::DeviceError& error) {
+        complain(session.label + ": " + error.what());
+        return kRefused;
+    } catch (const ipfc::BadReport& error) {
+        complain(session.label + ": " + one_line(error.what()));
+        return kRefused;
+    }
+    return kDone;
+}
+
+ExitCode refuse_usage(const UsageError& error, const Complain& complain)
+{
+    complain(one_line(error.complaint) + "; see \"" + path_of(*error.app) + " --help\"");
+    return kWrongUsage;
+}
+
+ExitCode run_batch_line(const std::vector<std::string>& words, Driver& driver, Output& output,
+                        std::ostream& out, const Complain& complain)
+{
+    Session session;
+    session.in_batch = true;
+    const std::unique_ptr<CLI::App> root = make_root(session);
+    try {
+        if (parse(*root, words, session, out)) {
+            return kDone;
+        }
+    } catch (const UsageError& error) {
+        return refuse_usage(error, complain);
+    }
+    return carry_out(session, driver, output, complain);
+}
+
 } // namespace
 
 ExitCode run_command_line(const std::vector<std::string>& words, std::ostream& out,
                           std::ostream& err)
 {
+    const Complain complain = [&err](const std::string& complaint) {
+        err << kProgram << ": " << complaint << '\n';
+    };
     Session session;
     const std::unique_ptr<CLI::App> root = make_root(session);
+    Output::Form form;
     try {
-        if (parse(*root, words, out)) {
+        if (parse(*root, words, session, out)) {
             return kDone;
         }
+        form = form_of(session.options, *root);
     } catch (const UsageError& error) {
-        err << kProgram << ": " << one_line(error.complaint) << "; see \"" << path_of(*error.app)
-            << " --help\"\n";
-        return kWrongUsage;
+        return refuse_usage(error, complain);
     }
-    return carry_out(session, out, err);
+    Driver driver(session.options.device_path, session.options.proc_root);
+    Output output(out, form);
+    if (session.action) {
+        return carry_out(session, driver, output, complain);
+    }
+    return run_batch(session.options.batch, complain,
+                     [&](const std::vector<std::string>& line, const Complain& complain_of_line) {
+                         return run_batch_line(line, driver, output, out, complain_of_line);
+                     });
 }
 
 } // namespace ipfcctl

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "ipfcctl/commands.h"
 #include "ipfcctl/help.h"
+#include "ipfcctl/interface_info.h"
 #include "ipfcctl/session.h"
 
 #include "libipfc/names.h"
@@ -104,6 +105,7 @@ void add_vsan_commands(CLI::App& root, Session& session)
     add_plain(vsan, session, "up", "Set the administrative state up", &ipfc::ControlDevice::set_up);
     add_plain(vsan, session, "down", "Set the administrative state down",
               &ipfc::ControlDevice::set_down);
+    add_vsan_reports(vsan, session);
     label_commands(vsan, "COMMAND [ARGS]", "Commands");
 }
 
