@@ -5,7 +5,6 @@
 namespace {
 
 using twin::Bytes;
-using wire::hex;
 
 class Fc2SocketTest : public Fc2Test {
 protected:
@@ -81,21 +80,21 @@ TEST_F(Fc2SocketTest, what_the_filter_asks_for_arrives_and_nothing_else)
     struct {
         const char* name;
         std::uint32_t d_id;
-        Bytes data;
         std::uint8_t type;
         bool arrives;
+        Bytes data;
     } const rows[] = {
-        {"IPv4", a_fcid, wire::ip_over_fc(0x0800, {1}), 5, true},
-        {"ARP", a_fcid, wire::ip_over_fc(0x0806, {1}), 5, true},
-        {"IPv6", a_fcid, wire::ip_over_fc(0x86DD, {1}), 5, true},
-        {"IPv4 to all", broadcast_fcid, wire::ip_over_fc(0x0800, {1}), 5, true},
-        {"ARP to all", broadcast_fcid, wire::ip_over_fc(0x0806, {1}), 5, true},
-        {"another ethertype", a_fcid, wire::ip_over_fc(0x0801, {1}), 5, false},
-        {"another type", a_fcid, wire::ip_over_fc(0x0800, {1}), 8, false},
-        {"no ethertype, just short", a_fcid, wire::counting(23), 5, false},
-        {"nothing", a_fcid, {}, 5, false},
-        {"headers alone", a_fcid, wire::ip_over_fc(0x0800, {}), 5, true},
-        {"a port that is not ours", a_fcid + 1, wire::ip_over_fc(0x0800, {1}), 5, false},
+        {"IPv4", a_fcid, 5, true, wire::ip_over_fc(0x0800, {1})},
+        {"ARP", a_fcid, 5, true, wire::ip_over_fc(0x0806, {1})},
+        {"IPv6", a_fcid, 5, true, wire::ip_over_fc(0x86DD, {1})},
+        {"IPv4 to all", broadcast_fcid, 5, true, wire::ip_over_fc(0x0800, {1})},
+        {"ARP to all", broadcast_fcid, 5, true, wire::ip_over_fc(0x0806, {1})},
+        {"another ethertype", a_fcid, 5, false, wire::ip_over_fc(0x0801, {1})},
+        {"another type", a_fcid, 8, false, wire::ip_over_fc(0x0800, {1})},
+        {"no ethertype, just short", a_fcid, 5, false, wire::counting(23)},
+        {"nothing", a_fcid, 5, false, {}},
+        {"headers alone", a_fcid, 5, true, wire::ip_over_fc(0x0800, {})},
+        {"a port that is not ours", a_fcid + 1, 5, false, wire::ip_over_fc(0x0800, {1})},
     };
     for (const auto& row : rows) {
         arrive(row.d_id, row.data, row.type);

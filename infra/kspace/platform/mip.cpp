@@ -88,21 +88,28 @@ int mip_add(const mip_mapping_t& mapping)
     return result;
 }
 
+// Out of the table first: no packet takes the source of an N_Port that is being removed.
+static mip_mapping_t* take_out(const inet_addr_t& address, if_index_t ifindex)
+    KAPI_EXCLUDES(mip_lock)
+{
+    irqsave_guard guard(mip_lock);
+    mip_mapping_t** place = place_of(address, ifindex);
+    mip_mapping_t* gone = *place;
+    if (gone != nullptr)
+        *place = gone->next;
+    return gone;
+}
+
 int mip_remove(const inet_addr_t& address, if_index_t ifindex)
 {
     opt_func_t callbacks;
     int result = begin_change(address, ifindex, true, &callbacks);
     if (result != 0)
         return result;
-    mip_mapping_t* gone;
-    {
-        // Out of the table first: no packet takes the source of an N_Port that is being removed.
-        irqsave_guard guard(mip_lock);
-        mip_mapping_t** place = place_of(address, ifindex);
-        gone = *place;
-        *place = gone->next;
-    }
-    result = as_negative(callbacks.opt_del_ip(gone));
+    // Gone already when the driver has just left.
+    mip_mapping_t* gone = take_out(address, ifindex);
+    if (gone != nullptr)
+        result = as_negative(callbacks.opt_del_ip(gone));
     kfree(gone);
     irqsave_guard guard(mip_lock);
     changing = false;

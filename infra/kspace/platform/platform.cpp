@@ -12,12 +12,17 @@ static int start_fc2(brim_link* link)
     int result = fc2_proc_start(stack);
     if (result != 0)
         goto destroy;
-    result = brim_link_attach(link, stack);
+    result = fc2_names_proc_start(stack);
     if (result != 0)
         goto stop_proc;
+    result = brim_link_attach(link, stack);
+    if (result != 0)
+        goto stop_names_proc;
     fc2_current = stack;
     return 0;
 
+stop_names_proc:
+    fc2_names_proc_stop();
 stop_proc:
     fc2_proc_stop();
 destroy:
@@ -55,6 +60,7 @@ void brim_platform_stop()
     fc2_stack* stack = fc2_current;
     fc2_current = nullptr;
     brim_link_detach(stack->link);
+    fc2_names_proc_stop();
     fc2_proc_stop();
     fc2_stack_destroy(stack);
     mip_stop();

@@ -4,7 +4,7 @@
 #include <map>
 
 using twin::Bytes;
-using wire::operator+;
+using wire::joined;
 
 namespace {
 
@@ -52,7 +52,7 @@ fc2_opt_nport_t nport_option(std::uint16_t vsan, std::uint32_t fcid)
     option.d_idmask = 0xFFFFFF00;
     fc2_default_plogi(&option.plogi);
     option.plogi.common.common_features |= 0x200;
-    const Bytes name = wire::hex("2001020000") + wire::hex("000000");
+    const Bytes name = wire::hex("2001020000000000");
     std::copy(name.begin(), name.end(), option.plogi.nport_wwn.str);
     option.plogi.nport_wwn.str[5] = static_cast<std::uint8_t>(fcid >> 16);
     option.plogi.nport_wwn.str[6] = static_cast<std::uint8_t>(fcid >> 8);
@@ -112,13 +112,13 @@ int Switch::data_ready(socket* sock, int nbytes)
     return 0;
 }
 
-int Switch::add_nport(std::uint16_t vsan, std::uint32_t fcid)
+int Switch::add_nport(std::uint16_t vsan, std::uint32_t fcid) const
 {
     fc2_opt_nport_t option = nport_option(vsan, fcid);
     return kfc2_setsockopt(sock, 267, FC2_OPT_ADD_NPORT, &option, sizeof option);
 }
 
-int Switch::remove_nport(std::uint16_t vsan, std::uint32_t fcid)
+int Switch::remove_nport(std::uint16_t vsan, std::uint32_t fcid) const
 {
     fc2_opt_nport_t option = {};
     option.vsan = vsan;
@@ -151,7 +151,7 @@ sk_buff* module_skb(const Bytes& bytes)
 }
 
 int Switch::send(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id, const Bytes& bytes,
-                 int handle)
+                 int handle) const
 {
     fc2_iuhdr_t header = data_header(vsan, s_id, d_id);
     header.length = static_cast<int>(bytes.size());
@@ -162,7 +162,7 @@ int Switch::send(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id, con
     return kfc2_sendskb(sock, &header, module_skb(bytes));
 }
 
-int Switch::send_logo(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id)
+int Switch::send_logo(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id) const
 {
     return kfc2_send_logo(sock, vsan, fcid_of(s_id), fcid_of(d_id), 3, 20, 0, 0xFFFFFFFF);
 }
@@ -174,7 +174,10 @@ std::vector<Received> Switch::take()
 
 // ---- the fixture ----
 
-Fc2Test::Fc2Test() : a(std::make_unique<Switch>(fabric)), b(std::make_unique<Switch>(fabric)) {}
+Fc2Test::Fc2Test() : a(std::make_unique<Switch>(fabric)), b(std::make_unique<Switch>(fabric))
+{
+    fabric.carries_names = false;
+}
 
 void Fc2Test::tidy()
 {
@@ -251,6 +254,6 @@ static const Bytes login_parameters = wire::hex("2020 0001 8800 0840 00ff 001f 0
                                                 "800000000000020000ff000000010000"
                                                 "00000000000000000000000000000000"
                                                 "00000000000000000000000000000000");
-const Bytes station_plogi = wire::hex("03000000") + login_parameters;
-const Bytes station_accept = wire::hex("02000000") + login_parameters;
+const Bytes station_plogi = joined(wire::hex("03000000"), login_parameters);
+const Bytes station_accept = joined(wire::hex("02000000"), login_parameters);
 const Bytes station_reject = wire::hex("01000000 00090000");

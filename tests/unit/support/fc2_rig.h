@@ -41,12 +41,12 @@ public:
     ~Switch();
     Switch(const Switch&) = delete;
 
-    int add_nport(std::uint16_t vsan, std::uint32_t fcid);
-    int remove_nport(std::uint16_t vsan, std::uint32_t fcid);
+    int add_nport(std::uint16_t vsan, std::uint32_t fcid) const;
+    int remove_nport(std::uint16_t vsan, std::uint32_t fcid) const;
     // The module's way of sending: a whole exchange for a broadcast; handle -1: a new exchange.
     int send(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id, const twin::Bytes& bytes,
-             int handle = -1);
-    int send_logo(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id);
+             int handle = -1) const;
+    int send_logo(std::uint16_t vsan, std::uint32_t s_id, std::uint32_t d_id) const;
     // Information units that have arrived since the last call.
     std::vector<Received> take();
     void close();

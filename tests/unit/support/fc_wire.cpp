@@ -71,7 +71,7 @@ Bytes build(const Frame& frame)
     big(out, frame.ox_id, 2);
     big(out, frame.rx_id, 2);
     big(out, frame.param, 4);
-    out = out + frame.data;
+    out.insert(out.end(), frame.data.begin(), frame.data.end());
     out.insert(out.end(), fill + trailer, 0);
     out[out.size() - 4] = frame.eof;
     return with_crc(std::move(out));
@@ -143,7 +143,7 @@ Bytes ip_over_fc(std::uint16_t ethertype, const Bytes& payload)
 {
     Bytes out = hex("1000020000000002 1000020000000001 aaaa03000000");
     big(out, ethertype, 2);
-    return out + payload;
+    return joined(std::move(out), payload);
 }
 
 Bytes counting(std::size_t length, std::uint8_t first)
@@ -154,7 +154,7 @@ Bytes counting(std::size_t length, std::uint8_t first)
     return bytes;
 }
 
-Bytes operator+(Bytes a, const Bytes& b)
+Bytes joined(Bytes a, const Bytes& b)
 {
     a.insert(a.end(), b.begin(), b.end());
     return a;

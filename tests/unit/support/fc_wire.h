@@ -50,7 +50,8 @@ Bytes ip_over_fc(std::uint16_t ethertype, const Bytes& payload);
 // As many bytes, counting up from first.
 Bytes counting(std::size_t length, std::uint8_t first = 0);
 
-Bytes operator+(Bytes a, const Bytes& b);
+// The one, then the other.
+Bytes joined(Bytes a, const Bytes& b);
 
 // Writes frames as a capture of an Ethernet link.
 void write_pcap(const std::string& path, const std::vector<Bytes>& frames);

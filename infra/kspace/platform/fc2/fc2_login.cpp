@@ -70,11 +70,7 @@ sk_buff* fc2_session_attempt(fc2_stack* stack, fc2_session* session, fc2_frame* 
 
 void fc2_session_release(fc2_stack* stack, fc2_session* session, list_head* to)
 {
-    while (!list_empty(&session->waiting)) {
-        list_head* entry = session->waiting.next;
-        list_del_init(entry);
-        list_add_tail(entry, to);
-    }
+    fc2_list_move(&session->waiting, to);
     stack->bytes_waiting -= session->bytes_waiting;
     session->bytes_waiting = 0;
     session->num_waiting = 0;
@@ -88,8 +84,7 @@ void fc2_session_close_exchanges(fc2_session* session)
 void fc2_waiting_drop(fc2_stack* stack, list_head* waiting)
 {
     while (!list_empty(waiting)) {
-        auto* entry = list_entry(waiting->next, fc2_waiting, link);
-        list_del_init(&entry->link);
+        auto* entry = list_entry(fc2_list_take(waiting), fc2_waiting, link);
         dev_kfree_skb_any(entry->skb);
         kfree(entry);
         irqsave_guard guard(stack->lock);

@@ -67,6 +67,7 @@ static void log_out_and_free(fc2_stack* stack, fc2_nport* nport) KAPI_EXCLUDES(s
 {
     while (log_out_one(stack, nport)) {
     }
+    fc2_name_withdraw(stack, nport->vsan, nport->fcid, nport->plogi.nport_wwn);
     kfree(nport);
 }
 
@@ -116,6 +117,9 @@ static int add_nport(socket* sock, const fc2_opt_nport_t& option)
     const int result = insert(sock->stack, nport);
     if (result != 0)
         kfree(nport);
+    else
+        fc2_name_register(sock->stack, option.vsan, fcid_value(option.d_id),
+                          option.plogi.nport_wwn);
     return result;
 }
 

@@ -91,8 +91,7 @@ void fc2_sequence_send(fc2_stack* stack, const fc2_frame& head, unsigned int max
 void fc2_waiting_send(fc2_stack* stack, list_head* waiting, unsigned int max_data)
 {
     while (!list_empty(waiting)) {
-        auto* entry = list_entry(waiting->next, fc2_waiting, link);
-        list_del_init(&entry->link);
+        auto* entry = list_entry(fc2_list_take(waiting), fc2_waiting, link);
         fc2_sequence_send(stack, entry->head, max_data, entry->skb);
         kfree(entry);
     }

@@ -185,8 +185,7 @@ static fc2_queued* take(socket* sock)
     irqsave_guard guard(sock->stack->lock);
     if (list_empty(&sock->queue))
         return nullptr;
-    auto* queued = list_entry(sock->queue.next, fc2_queued, link);
-    list_del_init(&queued->link);
+    auto* queued = list_entry(fc2_list_take(&sock->queue), fc2_queued, link);
     sock->num_queued--;
     sock->num_taken++;
     return queued;

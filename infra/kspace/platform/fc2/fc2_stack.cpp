@@ -12,23 +12,19 @@ static void tick(void* argument)
     {
         irqsave_guard guard(stack->lock);
         stack->ticking = false;
-        while (!list_empty(&stack->looped)) {
-            list_head* entry = stack->looped.next;
-            list_del_init(entry);
-            list_add_tail(entry, &looped);
-        }
+        fc2_list_move(&stack->looped, &looped);
         stack->num_looped = 0;
     }
     while (!list_empty(&looped)) {
-        auto* queued = list_entry(looped.next, fc2_queued, link);
-        list_del_init(&queued->link);
+        auto* queued = list_entry(fc2_list_take(&looped), fc2_queued, link);
         fc2_link_receive(stack, queued->skb);
         kfree(queued);
     }
     fc2_logins_expire(stack);
     fc2_sequences_expire(stack);
+    fc2_names_tick(stack);
     irqsave_guard guard(stack->lock);
-    if (!list_empty(&stack->timed) || stack->num_sequences != 0)
+    if (!list_empty(&stack->timed) || stack->num_sequences != 0 || stack->names.num != 0)
         fc2_timer_kick(stack);
 }
 
@@ -58,6 +54,7 @@ fc2_stack* fc2_stack_create(brim_link* link)
     INIT_LIST_HEAD(&stack->timed);
     INIT_LIST_HEAD(&stack->sequences);
     INIT_LIST_HEAD(&stack->looped);
+    fc2_names_init(&stack->names);
     return stack;
 }
 
@@ -77,6 +74,7 @@ void fc2_stack_destroy(fc2_stack* stack)
     }
     del_timer_sync(&stack->timer);
     tick(stack);
+    fc2_names_free(&stack->names);
     vfree(stack);
 }
 
@@ -145,6 +143,8 @@ static fc2_verdict address_check(fc2_stack* stack, const fc2_frame& frame)
         return fc2_verdict::malformed;
     if (frame.d_id == FCID_BROADCAST)
         return is_els(frame) ? fc2_verdict::not_ours : fc2_verdict::good;
+    if (fc2_is_for_names(frame))
+        return fc2_verdict::good;
     if (fc2_nport_find(stack, frame.vsan, frame.d_id) != nullptr)
         return fc2_verdict::good;
     return is_els(frame) && fc2_domain_is_ours(stack, frame.vsan, frame.d_id)
@@ -177,6 +177,8 @@ void fc2_link_receive(fc2_stack* stack, sk_buff* skb)
     }
     if (is_els(frame))
         fc2_els_receive(stack, frame, skb);
+    else if (fc2_is_for_names(frame))
+        fc2_names_receive(stack, frame, skb);
     else
         receive_data(stack, frame, skb);
 }

@@ -25,6 +25,7 @@
 
 #include "platform/fc2/fc2_frame.h"
 #include "platform/fc2/fc2_guard.h"
+#include "platform/fc2/fc2_names.h"
 #include "platform/link.h"
 
 // ---- limits: everything that the wire can make grow is bounded ----
@@ -149,6 +150,7 @@ struct fc2_stack {
     unsigned int frames_held KAPI_GUARDED_BY(lock);
     list_head looped KAPI_GUARDED_BY(lock);
     unsigned int num_looped KAPI_GUARDED_BY(lock);
+    fc2_names names KAPI_GUARDED_BY(lock);
     std::uint32_t last_handle KAPI_GUARDED_BY(lock);
     fc2_counters counters KAPI_GUARDED_BY(lock);
 };
@@ -165,6 +167,23 @@ struct socket {
     bool announcing; // somebody runs data_ready; only that one does
     unsigned long num_taken;
 };
+
+// Takes the first entry of a list that is not empty.
+inline list_head* fc2_list_take(list_head* head)
+{
+    list_head* first = head->next;
+    head->next = first->next;
+    first->next->prev = head;
+    INIT_LIST_HEAD(first);
+    return first;
+}
+
+// Moves all entries of a list to the end of another.
+inline void fc2_list_move(list_head* from, list_head* to)
+{
+    while (!list_empty(from))
+        list_add_tail(fc2_list_take(from), to);
+}
 
 // ---- the stack ----
 

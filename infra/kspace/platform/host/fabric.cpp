@@ -18,6 +18,13 @@ namespace {
 
 brim_link* module_link = nullptr;
 
+bool is_to_directory_server(const sk_buff* frame)
+{
+    static constexpr unsigned char address[] = {0x0E, 0xFC, 0x00, 0xFF, 0xFF, 0xFC};
+    return frame->len >= sizeof address &&
+           std::equal(std::begin(address), std::end(address), frame->data);
+}
+
 } // namespace
 
 void Fabric::transmit(const brim_link* from, const sk_buff* frame)
@@ -28,6 +35,8 @@ void Fabric::transmit(const brim_link* from, const sk_buff* frame)
         fault("a frame on the link is not linear");
     locks_held = std::max(locks_held, context().held.size());
     if (!from->plugged)
+        return;
+    if (!carries_names && is_to_directory_server(frame))
         return;
     in_flight.push_back({from, skb_bytes(frame)});
     seen.push_back(in_flight.back().bytes);

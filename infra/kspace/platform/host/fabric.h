@@ -41,6 +41,10 @@ public:
     // Everything that was ever sent.
     std::vector<Bytes> seen;
 
+    // Frames to the directory server, which come with every N_Port and by the clock; false keeps
+    // them off the segment where they are not what a test is about.
+    bool carries_names = true;
+
     // The most locks that a sender held.
     std::size_t locks_held = 0;
 
