@@ -29,10 +29,11 @@ constexpr unsigned major_limit = 512;
 
 struct Entry {
     CharDevice device;
-    void* block; // counts the registration
+    void* block; // in the heap's books, so that a registration left over shows as a leak
 };
 
-std::mutex mutex;
+std::mutex mutex; // guards the tables below
+// 2.6.27 runs commands under its one big lock; the glue to newer kernels keeps one for them.
 std::mutex big_lock;
 std::vector<Entry> entries;
 std::set<unsigned> taken;
@@ -116,6 +117,7 @@ CharFile::CharFile(const std::string& name, unsigned flags)
 {
     std::memset(static_cast<void*>(&file_), 0, sizeof(file_));
     file_.f_flags = flags;
+    // A kernel takes a reference on the module first, which one that is starting does not give.
     const std::optional<CharDevice> device = find_char_device(name);
     if (!device || (device->owner != nullptr && !device->owner->live())) {
         error_ = -e_nxio;
@@ -191,6 +193,8 @@ unsigned CharFile::poll_once(poll_table* table)
 unsigned CharFile::poll(PollEntry& entry)
 {
     might_sleep("poll");
+    // The driver only names its queues here: it may hold a spin lock, and entering a queue can
+    // sleep. What happened between its look and the entry is seen by the second look.
     poll_table table;
     poll_once(&table);
     might_sleep("poll, whose driver returned with a lock held,");
@@ -223,6 +227,7 @@ void unregister_chrdev(unsigned int major, const char* name)
 {
     might_sleep("unregister_chrdev");
     journal().add(Source::chrdev, strf("unregister_chrdev %u %s", major, name));
+    // Both must match; a kernel says nothing when they do not.
     std::lock_guard guard(mutex);
     for (auto entry = entries.begin(); entry != entries.end(); ++entry)
         if (entry->device.major == major && entry->device.name == name) {

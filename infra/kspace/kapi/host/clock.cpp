@@ -26,7 +26,7 @@ TimerBody* body(timer_list* timer)
 }
 
 std::mutex mutex;
-std::mutex running; // held while a timer's function runs
+std::mutex running; // for del_timer_sync: held while a timer's function runs
 std::map<timer_list*, unsigned long> pending;
 
 // Takes out the timer that expired first; null when none has.

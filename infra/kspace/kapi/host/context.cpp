@@ -5,6 +5,7 @@
 
 namespace twin {
 
+// Runs when the thread ends: from then on nobody could let go what it held.
 Context::~Context()
 {
     if (!held.empty())
@@ -46,6 +47,7 @@ void bh_disable()
 
 namespace {
 
+// A softirq may raise another, which then runs in the same round.
 void run_softirqs()
 {
     Context& own = context();

@@ -12,7 +12,7 @@ namespace twin {
 namespace {
 
 std::mutex mutex;
-std::vector<std::string> remembered;
+std::vector<std::string> remembered; // until the test takes them or its fixture reports them
 
 } // namespace
 

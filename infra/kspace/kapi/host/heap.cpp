@@ -71,6 +71,7 @@ void release_oldest()
     std::free(oldest.bytes);
 }
 
+// Attempts count from 1 again.
 void arm(unsigned first, unsigned last, bool one_kind, Kind kind)
 {
     std::lock_guard guard(mutex);
@@ -223,6 +224,7 @@ bool Heap::give_back(Kind kind, const void* block, const char* function)
                    kind_names[static_cast<int>(kind)]));
         return false;
     }
+    // With AddressSanitizer the block really goes: its own quarantine knows both call stacks.
     const Block freed = found->second;
     auto* const bytes = static_cast<unsigned char*>(const_cast<void*>(block));
     blocks.erase(found);
@@ -243,6 +245,7 @@ void Heap::check_flags(unsigned flags, const char* function)
 {
     if (flags != GFP_ATOMIC && flags != GFP_KERNEL)
         fault(strf("%s with unknown allocation flags 0x%x", function, flags));
+    // No fault: the glue serves such a request without sleeping, as the interface promises.
     if (flags == GFP_KERNEL && in_atomic()) {
         std::lock_guard guard(mutex);
         atomically.push_back(strf("%s (%s)", function, context_text().c_str()));
@@ -255,6 +258,7 @@ void Heap::reset()
     std::lock_guard guard(mutex);
     while (!quarantine.empty())
         release_oldest();
+    // What a failed test leaked must not show up in the next one.
     for (const auto& entry : blocks)
         std::free(const_cast<void*>(entry.first));
     blocks.clear();

@@ -8,7 +8,7 @@ namespace twin {
 namespace {
 
 std::mutex mutex;
-std::vector<Event> entries;
+std::vector<Event> entries; // oldest first
 
 } // namespace
 

@@ -55,7 +55,8 @@ void note(const char* function, const void* lock_class)
     journal().add(Source::lock, function + (" " + lockdep::name_of(lock_class)));
 }
 
-// Waits by acquire(), softirqs or interrupts being off already.
+// Checks the order before it waits, so that a deadlock is reported and not suffered. Waits by
+// acquire(), softirqs or interrupts being off already.
 template <typename Lock, typename Acquire>
 void enter(Lock* lock, HeldLock held, const char* function, Acquire acquire)
 {
@@ -82,6 +83,7 @@ bool leave(Lock* lock, LockMode mode, bool bh, bool irqsave, const char* functio
         fault(strf("%s of %s, which this thread does not hold", function, name.c_str()));
         return false;
     }
+    // The lock goes all the same: a test that goes on should not hang on its mistake.
     if (found->mode != mode || found->bh != bh || found->irqsave != irqsave)
         fault(strf("%s of %s, which was taken by another form", function, name.c_str()));
     held.erase(std::next(found).base());
@@ -100,6 +102,7 @@ void refuse_while_held(Lock* lock, const char* function)
 
 } // namespace
 
+// The place of the call is the lock's class, as with a kernel's macro.
 void spin_lock_init(spinlock_t* lock)
 {
     refuse_while_held(lock, "spin_lock_init");
@@ -136,6 +139,7 @@ void spin_unlock_bh(spinlock_t* lock)
 
 unsigned long kapi_spin_lock_irqsave(spinlock_t* lock)
 {
+    // Off before the wait: an interrupt that took the lock meanwhile would wait for this processor.
     const unsigned long flags = context().irqs_off ? flags_off : flags_on;
     context().irqs_off = true;
     enter(lock, {.mode = LockMode::exclusive, .irqsave = true, .flags = flags}, "spin_lock_irqsave",

@@ -16,6 +16,7 @@ namespace {
 std::mutex mutex;
 std::vector<LogLine> printed;
 
+// Levels are text, as 2.6.27 has them.
 LogLine parse(std::string raw)
 {
     LogLine line{-1, raw, raw};

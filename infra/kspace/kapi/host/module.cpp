@@ -24,6 +24,7 @@ raw_copy(unsigned char* to, const unsigned char* from, std::size_t size)
             const_cast<const volatile unsigned char*>(from)[i];
 }
 
+// Marks what is registered meanwhile as this module's.
 class Starting {
 public:
     explicit Starting(const Module* module) { now_starting = module; }
@@ -67,7 +68,7 @@ int Module::load(const std::function<void()>& set_parameters)
     if (set_parameters)
         set_parameters();
     might_sleep("load");
-    left_over_ = true;
+    left_over_ = true; // also when the start-up dies half-way
     int result;
     {
         Starting starting(this);
@@ -95,6 +96,7 @@ void Module::unload()
     for (const CharDevice& device : char_devices())
         if (device.owner == this)
             fault("a module left its character device registered");
+    // The shutdown leaves these on purpose, and the glue takes them with the module's memory.
     release_devices();
     release_proc_entries(this, /*left_is_fault=*/true);
     release_slab_caches(this, /*left_is_fault=*/true);
@@ -104,6 +106,7 @@ void Module::release_leftovers()
 {
     if (!left_over_)
         return;
+    // What could still call into the module goes first.
     left_over_ = false;
     release_char_devices(this);
     release_devices();

@@ -27,14 +27,15 @@ constexpr int e_exist = 17;
 constexpr int e_inval = 22;
 constexpr int e_nomem = 12;
 
+// Fresh and refused devices may be registered; every one but a registered one goes with the module.
 enum class State { fresh, refused, registered, unregistered };
 
 std::mutex rtnl_mutex;
 std::mutex mutex;
 std::map<const net_device*, State> devices;
-std::vector<net_device*> order;
+std::vector<net_device*> order; // registered ones
 std::set<std::string> foreign_names;
-int refuse_next;
+int refuse_next; // an error number for the next registration, or 0
 
 void must_hold_rtnl(const char* function)
 {
@@ -139,6 +140,7 @@ void unregister_netdevice(net_device* dev)
                                       (state == State::registered ? "" : " (not registered)"));
     if (state == State::unregistered)
         fault("unregister_netdevice twice of one device");
+    // A device whose name was taken was never anybody's: there is nothing to undo.
     if (state != State::registered)
         return;
     if (is_up(dev))

@@ -28,7 +28,7 @@ int arp_result = 1;
 Bytes arp_address;
 std::vector<ArpQuestion> questions;
 
-thread_local int transmit_depth;
+thread_local int transmit_depth; // a device that sends through itself would recurse for ever
 
 // One sender per device at a time, softirqs off.
 std::map<const net_device*, std::mutex> transmit_locks;
@@ -91,6 +91,7 @@ int netif_rx(sk_buff* skb)
     if (skb_shared(skb))
         fault("netif_rx of a shared buffer");
     std::lock_guard guard(mutex);
+    // The kernel frees what it drops; the bytes stay for the test to see.
     if (rx_result == rx_drop)
         entry.skb.reset();
     delivered.push_back(std::move(entry));
@@ -107,6 +108,7 @@ int dev_queue_xmit(sk_buff* skb)
         fault("dev_queue_xmit under a lock: the driver's own locks are taken inside");
     if (dev == nullptr)
         die("dev_queue_xmit of a buffer without a device");
+    // A device that is down has a queue that drops.
     if (!is_up(dev)) {
         kfree_skb(skb);
         return -e_netdown;
@@ -194,6 +196,7 @@ int dev_hard_header(sk_buff* skb, net_device* dev, unsigned short type, const vo
         result = dev->header_ops->create(skb, dev, type, daddr, saddr, len);
         freed = watch.freed();
     }
+    // Of a driver's free only a note was made: this is the one that counts.
     if (result < 0) {
         kfree_skb(skb);
         return result;

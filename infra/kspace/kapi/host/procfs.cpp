@@ -18,7 +18,7 @@ namespace {
 
 constexpr mode_t default_file_mode = 0444;
 
-std::mutex mutex;
+std::mutex mutex;             // never held while a handler runs
 std::vector<ProcNode*> nodes; // all, removed ones included, in the order of creation
 
 ProcNode* node_of(proc_dir_entry* entry)

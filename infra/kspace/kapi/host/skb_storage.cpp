@@ -11,6 +11,7 @@
 namespace twin {
 namespace {
 
+// One buffer a thread: header construction does not nest.
 struct Watch {
     sk_buff* skb = nullptr;
     bool freed = false;
@@ -32,6 +33,7 @@ void drop_holder(sk_buff* skb, const char* function)
     SkbState* const state = state_of(skb, function);
     if (state == nullptr)
         return;
+    // Under header construction: the caller of it frees the buffer when the result is negative.
     if (skb == watch.skb) {
         if (watch.freed)
             fault(std::string(function) + " twice of the buffer under header construction");

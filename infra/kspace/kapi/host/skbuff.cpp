@@ -132,6 +132,7 @@ int pskb_expand_head(sk_buff* skb, int headroom, int tailroom, gfp_t flags)
     const unsigned offset = headroom_of(skb);
     SkbData* const data = new_skb_data(skb->end + more + static_cast<unsigned>(tailroom));
     std::memcpy(data->bytes + more, skb->head, skb->tail);
+    // Pages are shared with a clone; nobody writes them.
     data->fragments = state->data->fragments;
     put_skb_data(state->data);
     state->data = data;
@@ -151,6 +152,7 @@ bool pskb_may_pull(sk_buff* skb, unsigned int length)
     if (length <= skb_headlen(skb))
         return true;
     const unsigned delta = length - skb_headlen(skb);
+    // The linear part is about to grow, which a clone must not see.
     if (state->data->holders.load() != 1 || skb->end - skb->tail < delta) {
         const int missing = static_cast<int>(delta) - static_cast<int>(skb->end - skb->tail);
         if (pskb_expand_head(skb, 0, std::max(missing, 0) + pull_slack, GFP_ATOMIC) != 0)

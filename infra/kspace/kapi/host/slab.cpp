@@ -32,7 +32,8 @@ namespace {
 constexpr std::size_t kmalloc_max = 4u << 20;
 
 std::mutex mutex;
-std::unordered_map<const kmem_cache*, void*> caches; // with the block that counts the cache
+// With the block by which the heap counts the cache.
+std::unordered_map<const kmem_cache*, void*> caches;
 
 bool is_cache(const kmem_cache* cache, const char* function)
 {
@@ -71,6 +72,7 @@ void kmem_cache_destroy(kmem_cache* cache)
         return;
     journal().add(Source::slab, strf("kmem_cache_destroy %s", cache->name.c_str()));
     std::lock_guard guard(mutex);
+    // Objects of a cache that is gone stay counted: the test ends with a leak.
     if (!cache->objects.empty())
         fault(strf("kmem_cache_destroy of %s with %zu objects", cache->name.c_str(),
                    cache->objects.size()));

@@ -198,7 +198,7 @@ void init_waitqueue_head(wait_queue_head_t* queue)
 void init_waitqueue_entry(wait_queue_t* entry)
 {
     Task* const task = &current();
-    *reinterpret_cast<Task**>(entry->kapi_opaque) = task;
+    *reinterpret_cast<Task**>(entry->kapi_opaque) = task; // the task outlives its stack's entries
 }
 
 void add_wait_queue(wait_queue_head_t* queue, wait_queue_t* entry)
@@ -221,6 +221,7 @@ void wake_up_interruptible(wait_queue_head_t* queue)
     const auto found = queues.find(queue);
     if (found == queues.end())
         return;
+    // No sleeper here is an exclusive one, so all wake up.
     for (Waiter& waiter : found->second) {
         waiter.woken = true;
         ++counted.woken;
@@ -252,6 +253,7 @@ void schedule()
         fault("schedule under rtnl_lock");
     Task& task = current();
     std::unique_lock guard(mutex);
+    // Woken since it was marked: it does not sleep at all, so no wake-up is lost.
     task.asleep = task.interruptible && !task.signal;
     task.changed.notify_all();
     const bool woken =

@@ -45,6 +45,7 @@ unsigned long reachable(unsigned long address, unsigned long length, bool write)
 
 unsigned long copy(void* to, const void* from, unsigned long user, unsigned long length, bool write)
 {
+    // Outside of user space not a byte is copied; inside, as far as the pages go.
     unsigned long done = 0;
     if (in_user_space(user, length))
         done = reachable(user, length, write);
