@@ -45,6 +45,7 @@ TEST_F(Fc2MemoryTest, a_plogi_that_memory_did_not_allow_is_made_up_for)
     twin::reset();
     {
         twin::Fabric fabric;
+        fabric.carries_names = false;
         Switch a(fabric);
         Switch b(fabric);
         ASSERT_EQ(a.add_nport(10, a_fcid), 0);

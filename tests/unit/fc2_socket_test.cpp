@@ -41,7 +41,7 @@ TEST_F(Fc2SocketTest, default_login_parameters_are_class_3_with_2112_bytes)
     EXPECT_EQ(plogi.class3.serv_opts & 0x8000, 0x8000);
     EXPECT_EQ(plogi.class1.serv_opts | plogi.class2.serv_opts | plogi.class4.serv_opts, 0);
     EXPECT_EQ(plogi.common.e_d_tov, 2000u);
-    EXPECT_EQ(plogi.nport_wwn.num, 0u);
+    EXPECT_EQ(std::uint64_t{plogi.nport_wwn.num}, 0u); // packed
 }
 
 TEST_F(Fc2SocketTest, a_socket_without_a_stack_is_refused)

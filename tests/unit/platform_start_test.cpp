@@ -30,7 +30,7 @@ TEST_F(PlatformStartTest, a_socket_gets_the_stack_of_the_platform_that_runs)
     EXPECT_EQ(kfc2_setsockopt(sock, 267, FC2_OPT_ADD_NPORT, &option, 136), 0);
     EXPECT_EQ(twin::proc_read("brim_sw/fc2"),
               "frames received             0\n"
-              "frames sent                 0\n"
+              "frames sent                 1\n"
               "frames for others           0\n"
               "malformed frames            0\n"
               "frames with a bad CRC       0\n"
