@@ -270,6 +270,20 @@ TEST_F(ResolverTest, DeletesAPortThatLeaves)
     EXPECT_EQ(counters_.deletes, 1u);
 }
 
+TEST_F(ResolverTest, FollowsAPortUnderTheNameByWhichItWasAskedFor)
+{
+    const Port asked = port(10, "10:00:02:00:00:00:00:01");
+    const Port known = port(10, "20:0a:02:00:00:00:00:01");
+    answer(asked, "0x0a0101");
+    bring_table({{known, fcid("0x0a0101")}});
+    EXPECT_EQ(driver_.commands().size(), 1u);
+    bring_table({{known, fcid("0x0b0101")}});
+    bring_table({});
+    EXPECT_THAT(driver_.commands(), ElementsAre("add 10 10:00:02:00:00:00:00:01 0x0a0101",
+                                                "update 10 10:00:02:00:00:00:00:01 0x0b0101",
+                                                "delete 10 10:00:02:00:00:00:00:01"));
+}
+
 TEST_F(ResolverTest, SaysNothingOfPortsThatNobodyAskedFor)
 {
     bring_table({{kA, fcid("0x0a0101")}});

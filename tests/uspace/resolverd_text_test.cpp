@@ -104,6 +104,25 @@ INSTANTIATE_TEST_SUITE_P(
                               "3: VSAN 10 port 20:00:00:00:00:00:00:01 stands on line 1 already"}),
     [](const auto& info) { return info.param.name; });
 
+TEST(PortTable, FindsANameOfOther16BitsInFrontByThe48BitsThatANetworkHeaderCarries)
+{
+    const PortTable ports = parse_port_table("10 20:0a:02:00:00:00:00:01 0x0a0101\n"
+                                             "10 10:00:02:00:00:00:00:02 0x0a0102\n"
+                                             "10 20:0a:02:00:00:00:00:02 0x0a0202\n"
+                                             "10 20:0a:02:00:00:00:00:03 0x0a0103\n"
+                                             "10 20:0b:02:00:00:00:00:03 0x0a0203\n",
+                                             "ports");
+    const auto place = [&](vsan_id_t vsan, const char* name) {
+        const auto fcid = look_up(ports, {vsan, ipfc::parse_wwn("name", name)});
+        return fcid ? ipfc::to_text(*fcid) : "nowhere";
+    };
+    EXPECT_EQ(place(10, "10:00:02:00:00:00:00:01"), "0x0a0101");
+    EXPECT_EQ(place(20, "10:00:02:00:00:00:00:01"), "nowhere");
+    EXPECT_EQ(place(10, "10:00:02:00:00:00:00:02"), "0x0a0102") << "the whole name comes first";
+    EXPECT_EQ(place(10, "10:00:02:00:00:00:00:03"), "nowhere") << "two ports may be meant";
+    EXPECT_EQ(place(10, "20:0b:02:00:00:00:00:01"), "nowhere") << "a whole name of another port";
+}
+
 TEST(PortTable, OfTheFabricKeepsWhatIsUnderstoodAndCountsTheRest)
 {
     const LenientTable table = parse_known_lines("10 20:00:00:00:00:00:00:01 0x010203\n"

@@ -61,9 +61,7 @@ std::string FabricNameServer::description() const
 // Read anew for every query: a port that has just logged in is found.
 std::optional<fcid_t> FabricNameServer::find(const Port& port)
 {
-    const PortTable ports = parse_known_lines(read_file(path_)).ports;
-    const auto found = ports.find(port);
-    return found == ports.end() ? std::nullopt : std::optional(found->second);
+    return look_up(parse_known_lines(read_file(path_)).ports, port);
 }
 
 Reading FabricNameServer::read_table()

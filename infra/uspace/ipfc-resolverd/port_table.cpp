@@ -6,6 +6,7 @@
 #include "libipfc/names.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace resolverd {
@@ -26,6 +27,29 @@ Entry parse_entry(const Words& words)
 }
 
 } // namespace
+
+std::optional<fcid_t> look_up(const PortTable& ports, const Port& port)
+{
+    const auto exact = ports.find(port);
+    if (exact != ports.end()) {
+        return exact->second;
+    }
+    std::optional<fcid_t> only;
+    if (port.name.str[0] != 0x10 || port.name.str[1] != 0x00) {
+        return only;
+    }
+    for (const auto& [candidate, fcid] : ports) {
+        if (candidate.vsan == port.vsan &&
+            std::equal(std::begin(candidate.name.str) + 2, std::end(candidate.name.str),
+                       std::begin(port.name.str) + 2)) {
+            if (only) {
+                return std::nullopt;
+            }
+            only = fcid;
+        }
+    }
+    return only;
+}
 
 std::string to_text(const Port& port)
 {

@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace resolverd {
@@ -31,6 +32,13 @@ std::string to_text(const Port& port);
 
 /// Where each known port is.
 using PortTable = std::map<Port, fcid_t>;
+
+/**
+ * Where the port is. The network header of RFC 2625 has room for 48 bits of a name, with 10:00 in
+ * front (NAA 1): what the driver asks for in that form is the port whose name ends in these 48
+ * bits, if there is exactly one in the VSAN.
+ */
+std::optional<fcid_t> look_up(const PortTable& ports, const Port& port);
 
 bool same_fcid(fcid_t a, fcid_t b);
 bool same_table(const PortTable& a, const PortTable& b);

@@ -232,16 +232,16 @@ void Resolver::take_table(ipfc::ControlDevice& device, const PortTable& table)
     ++tables_;
     for (auto told = told_.begin(); told != told_.end();) {
         const auto& [port, last] = *told;
-        const auto now = table.find(port);
+        const std::optional<fcid_t> now = look_up(table, port);
         if (last.number > answers_before_table_) {
             table_is_due_ = true;
             ++told;
-        } else if (now == table.end()) {
+        } else if (!now) {
             port_left(device, port);
             told = told_.erase(told);
         } else {
-            if (!same_fcid(now->second, last.fcid)) {
-                port_moved(device, port, told->second, now->second);
+            if (!same_fcid(*now, last.fcid)) {
+                port_moved(device, port, told->second, *now);
             }
             ++told;
         }

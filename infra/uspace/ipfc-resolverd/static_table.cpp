@@ -21,8 +21,7 @@ std::string StaticTable::description() const
 std::optional<fcid_t> StaticTable::find(const Port& port)
 {
     const std::lock_guard lock(mutex_);
-    const auto found = in_force_.find(port);
-    return found == in_force_.end() ? std::nullopt : std::optional(found->second);
+    return look_up(in_force_, port);
 }
 
 Reading StaticTable::read_table()
