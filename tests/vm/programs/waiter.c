@@ -7,7 +7,7 @@
 //   waiter interrupted   a reader in its sleep gets a signal; prints the error number of its read
 //   waiter idle          what poll, select and epoll say while nothing waits; prints the three
 //
-// A wait that takes longer than ten seconds is a lost wake-up and prints "lost".
+// A wait that takes longer than a minute is a lost wake-up and prints "lost".
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -22,7 +22,7 @@
 
 #include "brim/ipfc_intf.h"
 
-enum { PATIENCE = 10 /* seconds */ };
+enum { PATIENCE = 60 /* seconds */ };
 
 static int device;
 
