@@ -85,6 +85,27 @@ INSTANTIATE_TEST_SUITE_P(
              "40345010 0a000000" + std::string(40, '0') + "0000000002000000" + kZeros20},
         Line{{"vsan", "down", "10"},
              "40345010 0a000000" + std::string(40, '0') + "0000000003000000" + kZeros20},
+        Line{{"stats", "clear", "3"}, "4034500a 03000000" + std::string(56, '0') + kZeros20},
+        Line{{"ip", "set", "7", "10.1.2.3"},
+             "40145011 07000000" + std::string(56, '0') +
+                 "01000000"
+                 "0a010203" +
+                 std::string(24, '0')},
+        Line{{"ip", "set", "7", "2001:db8::1"},
+             "40145011 07000000" + std::string(56, '0') +
+                 "02000000"
+                 "20010db8000000000000000000000001"},
+        // FCID and VSAN in network order
+        Line{{"ivr", "add", "10.1.2.3", "21:00:00:e0:8b:01:02:03", "0x0a0b0c", "258"},
+             "4014500c 0a010203"
+             "210000e08b010203"
+             "000a0b0c"
+             "00000102"},
+        Line{{"ivr", "delete", "0a.0b.0c", "5"},
+             "4014500d 00000000"
+             "0000000000000000"
+             "000a0b0c"
+             "00000005"},
         Line{{"cleanup"}, "00005009 "}));
 
 TEST_F(Ipfcctl, HeadroomIsShownAsANumber)
@@ -171,6 +192,28 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedLine{{"vsan", "delete", "10"},
                     "-22",
                     "ipfcctl: vsan delete 10: VSAN number above 4095 (errno 22, EINVAL)"},
+        RefusedLine{{"vsan", "show", "10"},
+                    "-6",
+                    "ipfcctl: vsan show 10: VSAN does not exist (errno 6, ENXIO)"},
+        RefusedLine{{"ip", "show", "10"},
+                    "-6",
+                    "ipfcctl: ip show 10: VSAN does not exist (errno 6, ENXIO)"},
+        RefusedLine{{"ip", "set", "10", "10.1.2.3"},
+                    "-6",
+                    "ipfcctl: ip set 10 10.1.2.3: VSAN does not exist (errno 6, ENXIO)"},
+        RefusedLine{{"stats", "show", "10"},
+                    "-6",
+                    "ipfcctl: stats show 10: VSAN does not exist (errno 6, ENXIO)"},
+        RefusedLine{{"stats", "show", "10", "--watch"},
+                    "-6",
+                    "ipfcctl: stats show 10: VSAN does not exist (errno 6, ENXIO)"},
+        RefusedLine{{"stats", "clear", "10"},
+                    "-6",
+                    "ipfcctl: stats clear 10: VSAN does not exist (errno 6, ENXIO)"},
+        RefusedLine{{"ivr", "add", "10.1.2.3", "2100000000000001", "0x0a0b0c", "5"},
+                    "-12",
+                    "ipfcctl: ivr add 10.1.2.3 2100000000000001 0x0a0b0c 5: no memory for a new "
+                    "inter-VSAN host (errno 12, ENOMEM)"},
         RefusedLine{{"cleanup"},
                     "-25",
                     "ipfcctl: cleanup: the device does not know this command (errno 25, ENOTTY)"},

@@ -118,6 +118,66 @@ INSTANTIATE_TEST_SUITE_P(
                   "hexadecimal digits" +
                       kSeeSetFcid}));
 
+INSTANTIATE_TEST_SUITE_P(
+    NewObjects, WrongUsage,
+    testing::Values(
+        WrongLine{{"exchange"}, "a command is missing; see \"ipfcctl exchange --help\""},
+        WrongLine{{"exchange", "list", "4096"},
+                  "VSAN \"4096\": the highest VSAN is 4095; see \"ipfcctl exchange list --help\""},
+        WrongLine{
+            {"exchange", "list", ""},
+            "VSAN \"\": a VSAN is a decimal number from 0 to 4095; see \"ipfcctl exchange list "
+            "--help\""},
+        WrongLine{{"exchange", "show", "10"},
+                  "WWPN is required; see \"ipfcctl exchange show --help\""},
+        WrongLine{{"exchange", "show", "10", "21:00"},
+                  "WWPN \"21:00\": 2 bytes where there must be 8; see \"ipfcctl exchange show "
+                  "--help\""},
+        WrongLine{{"ivr", "add", "10.1.2.256", kName, "0x0a0b0c", "5"},
+                  "IP \"10.1.2.256\": not an IPv4 address; see \"ipfcctl ivr add --help\""},
+        WrongLine{{"ivr", "add", "10.1.2.3", kName, "0xffffff", "5"},
+                  "FCID \"0xffffff\": the broadcast address belongs to no port; see \"ipfcctl ivr "
+                  "add --help\""},
+        WrongLine{{"ivr", "add", "10.1.2.3", kName, "0x0a0b0c", "05"},
+                  "VSAN \"05\": a VSAN is written without leading zeros; see \"ipfcctl ivr add "
+                  "--help\""},
+        WrongLine{{"ivr", "delete", "5", "0x0a0b0c"},
+                  "FCID \"5\": an FCID is written 0x0a0b0c or 0a.0b.0c; see \"ipfcctl ivr delete "
+                  "--help\""},
+        WrongLine{{"ip", "set", "10", "10.1.2"},
+                  "ADDRESS \"10.1.2\": neither an IPv4 nor an IPv6 address; see \"ipfcctl ip set "
+                  "--help\""},
+        WrongLine{{"secondary", "add", "10", "10.1.2.3", "01:00:00:00:00:01", "0x0a0b0c"},
+                  "MAC \"01:00:00:00:00:01\": a group's MAC names no port; see \"ipfcctl secondary "
+                  "add --help\""},
+        WrongLine{{"secondary", "add", "10", "10.1.2.3", "00:00:00:00:00:00", "0x0a0b0c"},
+                  "MAC \"00:00:00:00:00:00\": a MAC of all zeros names no port; see \"ipfcctl "
+                  "secondary add --help\""},
+        WrongLine{
+            {"secondary", "add", "10", "10.1.2.3", "02:00:00:00:00", "0x0a0b0c"},
+            "MAC \"02:00:00:00:00\": 5 bytes where there must be 6; see \"ipfcctl secondary add "
+            "--help\""},
+        WrongLine{{"debug", "show", "..", "errors"},
+                  "MODULE \"..\": not the name of a debug module or element; see \"ipfcctl debug "
+                  "show --help\""},
+        WrongLine{{"debug", "set", "ipfc", "a/b", "log", "on"},
+                  "ELEMENT \"a/b\": not the name of a debug module or element; see \"ipfcctl debug "
+                  "set --help\""},
+        WrongLine{
+            {"debug", "set", "ipfc", "errors", "logs", "on"},
+            "SWITCH \"logs\": neither \"history\" nor \"log\"; see \"ipfcctl debug set --help\""},
+        WrongLine{{"debug", "set", "ipfc", "errors", "log", "1"},
+                  "STATE \"1\": neither \"on\" nor \"off\"; see \"ipfcctl debug set --help\""},
+        WrongLine{{"stats", "show", "10", "--watch", "--count", "0"},
+                  "--count \"0\": the number of tables is a decimal number above 0; see \"ipfcctl "
+                  "stats show --help\""},
+        WrongLine{{"stats", "show", "--count", "1"},
+                  "--count requires --watch; see \"ipfcctl stats show --help\""},
+        WrongLine{{"--color", "sometimes", "headroom"},
+                  "--color \"sometimes\": neither \"auto\", \"always\" nor \"never\"" + kSeeRoot},
+        WrongLine{{"-b", "-", "headroom"}, "an object cannot stand beside --batch" + kSeeRoot},
+        WrongLine{{"-b", ""}, "--batch \"\": the name of a file is empty" + kSeeRoot}));
+
 struct HelpLine {
     Words words;
     std::string usage;
@@ -143,39 +203,57 @@ TEST_P(Help, GoesToStandardOutputAndIsSuccess)
     }
 }
 
-const std::vector<std::string> kRootContents{"\n  vsan ", "\n  cleanup ", "\n  headroom ", "--json",
-                                             "--device",  "IPFC_DEVICE",  "Exit status"};
+const std::vector<std::string> kRootContents{
+    "\n  vsan ",    "\n  exchange ", "\n  stats ",    "\n  ivr ",    "\n  ip ",   "\n  secondary ",
+    "\n  debug ",   "\n  cleanup ",  "\n  headroom ", "--json",      "--details", "--color WHEN",
+    "--batch FILE", "--device",      "IPFC_DEVICE",   "--proc-root", "IPFC_PROC", "Exit status"};
 const std::vector<std::string> kVsanContents{"\n  create ",   "\n  delete ", "\n  set-fcid ",
-                                             "\n  rem-fcid ", "\n  up ",     "\n  down "};
-const std::string kRootUsage = "ipfcctl [OPTIONS] OBJECT [COMMAND] [ARGS]";
+                                             "\n  rem-fcid ", "\n  up ",     "\n  down ",
+                                             "\n  list ",     "\n  show "};
+const std::string kRootUsage = "ipfcctl [OPTIONS] [OBJECT [COMMAND] [ARGS]]";
 const std::string kVsanUsage = "ipfcctl vsan [OPTIONS] COMMAND [ARGS]";
 const std::string kCreateUsage = "ipfcctl vsan create [OPTIONS] VSAN";
 const std::vector<std::string> kCreateContents{"--wwpn WWN", "--wwnn WWN", "0 to 4095"};
 
 INSTANTIATE_TEST_SUITE_P(
     EachLevel, Help,
-    testing::Values(HelpLine{{"--help"}, kRootUsage, kRootContents},
-                    HelpLine{{"-h"}, kRootUsage, kRootContents},
-                    HelpLine{{"help"}, kRootUsage, kRootContents},
-                    HelpLine{{"-j", "help"}, kRootUsage, kRootContents},
-                    HelpLine{{"--device", "help", "help"}, kRootUsage, kRootContents},
-                    HelpLine{{"vsan", "--help"}, kVsanUsage, kVsanContents},
-                    HelpLine{{"vsan", "help"}, kVsanUsage, kVsanContents},
-                    HelpLine{{"help", "vsan"}, kVsanUsage, kVsanContents},
-                    HelpLine{{"vsan", "create", "--help"}, kCreateUsage, kCreateContents},
-                    HelpLine{{"vsan", "create", "help"}, kCreateUsage, kCreateContents},
-                    HelpLine{{"help", "vsan", "create"}, kCreateUsage, kCreateContents},
-                    HelpLine{{"vsan", "help", "create"}, kCreateUsage, kCreateContents},
-                    HelpLine{{"vsan", "create", "10", "--help"}, kCreateUsage, kCreateContents},
-                    HelpLine{{"vsan", "set-fcid", "help"},
-                             "ipfcctl vsan set-fcid [OPTIONS] VSAN FCID",
-                             {"0x0a0b0c", "--ifindex N"}},
-                    HelpLine{{"vsan", "delete", "help"}, "ipfcctl vsan delete [OPTIONS] VSAN", {}},
-                    HelpLine{
-                        {"vsan", "rem-fcid", "help"}, "ipfcctl vsan rem-fcid [OPTIONS] VSAN", {}},
-                    HelpLine{{"vsan", "up", "help"}, "ipfcctl vsan up [OPTIONS] VSAN", {}},
-                    HelpLine{{"vsan", "down", "help"}, "ipfcctl vsan down [OPTIONS] VSAN", {}},
-                    HelpLine{{"cleanup", "help"}, "ipfcctl cleanup [OPTIONS]", {"Delete every"}},
-                    HelpLine{{"headroom", "--help"}, "ipfcctl headroom [OPTIONS]", {"bytes"}}));
+    testing::Values(
+        HelpLine{{"--help"}, kRootUsage, kRootContents},
+        HelpLine{{"-h"}, kRootUsage, kRootContents}, HelpLine{{"help"}, kRootUsage, kRootContents},
+        HelpLine{{"-j", "help"}, kRootUsage, kRootContents},
+        HelpLine{{"--device", "help", "help"}, kRootUsage, kRootContents},
+        HelpLine{{"vsan", "--help"}, kVsanUsage, kVsanContents},
+        HelpLine{{"vsan", "help"}, kVsanUsage, kVsanContents},
+        HelpLine{{"help", "vsan"}, kVsanUsage, kVsanContents},
+        HelpLine{{"vsan", "create", "--help"}, kCreateUsage, kCreateContents},
+        HelpLine{{"vsan", "create", "help"}, kCreateUsage, kCreateContents},
+        HelpLine{{"help", "vsan", "create"}, kCreateUsage, kCreateContents},
+        HelpLine{{"vsan", "help", "create"}, kCreateUsage, kCreateContents},
+        HelpLine{{"vsan", "create", "10", "--help"}, kCreateUsage, kCreateContents},
+        HelpLine{{"vsan", "set-fcid", "help"},
+                 "ipfcctl vsan set-fcid [OPTIONS] VSAN FCID",
+                 {"0x0a0b0c", "--ifindex N"}},
+        HelpLine{{"vsan", "delete", "help"}, "ipfcctl vsan delete [OPTIONS] VSAN", {}},
+        HelpLine{{"vsan", "rem-fcid", "help"}, "ipfcctl vsan rem-fcid [OPTIONS] VSAN", {}},
+        HelpLine{{"vsan", "up", "help"}, "ipfcctl vsan up [OPTIONS] VSAN", {}},
+        HelpLine{{"vsan", "down", "help"}, "ipfcctl vsan down [OPTIONS] VSAN", {}},
+        HelpLine{{"exchange", "help"},
+                 "ipfcctl exchange [OPTIONS] COMMAND [ARGS]",
+                 {"\n  list ", "\n  show "}},
+        HelpLine{{"stats", "show", "help"},
+                 "ipfcctl stats show [OPTIONS] [VSAN]",
+                 {"--snmp", "--watch", "--count N"}},
+        HelpLine{{"ivr", "add", "help"}, "ipfcctl ivr add [OPTIONS] IP WWPN FCID VSAN", {"IPv4"}},
+        HelpLine{{"ip", "set", "help"},
+                 "ipfcctl ip set [OPTIONS] VSAN ADDRESS",
+                 {"the IP stack is not told"}},
+        HelpLine{{"secondary", "add", "help"},
+                 "ipfcctl secondary add [OPTIONS] VSAN ADDRESS MAC FCID",
+                 {"MAC address"}},
+        HelpLine{{"help", "debug", "set"},
+                 "ipfcctl debug set [OPTIONS] MODULE ELEMENT SWITCH STATE",
+                 {"history"}},
+        HelpLine{{"cleanup", "help"}, "ipfcctl cleanup [OPTIONS]", {"Delete every"}},
+        HelpLine{{"headroom", "--help"}, "ipfcctl headroom [OPTIONS]", {"bytes"}}));
 
 } // namespace

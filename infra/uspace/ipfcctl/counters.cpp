@@ -73,8 +73,9 @@ std::string counters_to_text(const ipfc_intf_stats_ioctl_t& record, const Output
 
 std::string mib_counters_to_text(const ipfc_intf_stats_ioctl_t& record)
 {
+    const Json counters = mib_counters_to_json(record);
     std::string text;
-    for (const auto& [name, value] : mib_counters_to_json(record).items()) {
+    for (const auto& [name, value] : counters.items()) {
         text += (text.empty() ? "    " : "\n    ") + name + ' ' + value.dump();
     }
     return text;

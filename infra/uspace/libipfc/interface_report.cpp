@@ -63,7 +63,7 @@ InterfaceReport scan_identity(ReportScanner& scanner)
     InterfaceReport report{};
     scanner.expect("\nVSAN Interface ");
     scanner.skip_blanks();
-    report.vsan = scanner.decimal();
+    report.vsan = scanner.vsan();
     scanner.expect(" :\nfcid = ");
     report.fcid = scanner.fcid();
     scanner.expect("\nWW portname = ");

@@ -20,10 +20,17 @@ std::string quoted_start(std::string_view text)
     return '"' + std::string(line.substr(0, kLongestQuote)) + '"';
 }
 
-/// "\n" is hard to read in a message.
+/// A message is one line.
 std::string named(std::string_view literal)
 {
-    return literal == "\n" ? "the end of the line" : '"' + std::string(literal) + '"';
+    if (literal == "\n") {
+        return "the end of the line";
+    }
+    std::string name;
+    for (const char c : literal) {
+        name += c == '\n' ? std::string("\\n") : std::string(1, c);
+    }
+    return '"' + name + '"';
 }
 
 } // namespace
@@ -90,6 +97,15 @@ int32_t ReportScanner::decimal()
     }
     advance(static_cast<size_t>(end - rest_.begin()));
     return value;
+}
+
+vsan_id_t ReportScanner::vsan()
+{
+    const int32_t number = decimal();
+    if (number < 0 || number > VSAN_ID_MAX) {
+        complain(std::to_string(number) + " is no VSAN");
+    }
+    return number;
 }
 
 uint32_t ReportScanner::hexadecimal(size_t digits)

@@ -39,6 +39,8 @@ public:
 
     /// Within 32 bits, with an optional minus sign.
     int32_t decimal();
+    /// As decimal, from 0 to 4095.
+    vsan_id_t vsan();
     /// Exactly that many digits, 8 at most.
     uint32_t hexadecimal(size_t digits);
     /// Eight bytes joined by colons. All zeros is a name here.

@@ -39,7 +39,7 @@ mac_t scan_mac(ReportScanner& scanner)
 SecondaryAddress scan_line(ReportScanner& scanner)
 {
     SecondaryAddress line{};
-    line.vsan = scanner.decimal();
+    line.vsan = scanner.vsan();
     scanner.expect(" ");
     line.address = scan_address(scanner);
     scanner.expect(" ");
