@@ -33,6 +33,7 @@ void Fabric::transmit(const brim_link* from, const sk_buff* frame)
         fault("a frame is sent over a link that is not attached");
     if (frame->data_len != 0)
         fault("a frame on the link is not linear");
+    std::lock_guard guard(sending_);
     locks_held = std::max(locks_held, context().held.size());
     if (!from->plugged)
         return;

@@ -9,6 +9,7 @@
 
 #include <deque>
 #include <functional>
+#include <mutex>
 #include <vector>
 
 namespace twin {
@@ -67,6 +68,7 @@ private:
 
     void transmit(const brim_link* from, const sk_buff* frame);
 
+    std::mutex sending_; // stacks may send from several threads; all else is one thread's
     std::vector<brim_link*> ports_;
 };
 
