@@ -348,13 +348,17 @@ struct sk_buff;
  */
 typedef int (*fc2_data_ready_t)(struct socket* sock, int nbytes);
 
-/* Process context. 0, or an error number; on 0 *sock is the new socket. */
+/* Process context. 0, or a negative error number; on 0 *sock is the new socket. */
 int kfc2_sock_create(int arg, struct socket** sock, fc2_data_ready_t data_ready);
 
 /* Restricts what the socket receives to the record; negative on failure. */
 int kfc2_sock_bind(struct socket* sock, struct sockaddr_fc2* addr, int length);
 
-/* Adds or removes an N_Port; the value is an fc2_opt_nport_t. 0, or an error number. */
+/*
+ * Adds or removes an N_Port; the value is an fc2_opt_nport_t. 0, or a negative error number: -17
+ * the address is registered already, -28 the table is full, -99 the address is not registered by
+ * this socket, -22 no address that an N_Port can have.
+ */
 int kfc2_setsockopt(struct socket* sock, int level, int option, void* value, int length);
 
 /*
@@ -385,7 +389,10 @@ void fc2_default_plogi(els_plogi_t* plogi);
 int fc2_get_hdr_reserve(void);
 int fc2_get_tlrlen(void);
 
-/* The VSAN of a platform interface: 0 and *vsan in 0..4095, or an error number. */
+/*
+ * The VSAN of a platform interface (ifindex.h): 0 and *vsan in 0..4095, or an error number, which
+ * is positive.
+ */
 int if_index_vsan_get_vsan(if_index_t ifindex, vsan_id_t* vsan);
 
 #ifdef __cplusplus
