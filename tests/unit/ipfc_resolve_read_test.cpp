@@ -2,6 +2,21 @@
 // The resolver's side of the device: read, poll, write, open and close.
 #include "support/control.h"
 
+#include <functional>
+#include <utility>
+
+// The linker sends the module's calls of access_ok here (see the test program's link options): a
+// reader makes one between its look at the queue and the taking of a request.
+static std::function<void()> on_access_check;
+
+extern "C" bool __real_kapi_access_ok(int type, const void* address, unsigned long size);
+extern "C" bool __wrap_kapi_access_ok(int type, const void* address, unsigned long size)
+{
+    if (on_access_check)
+        std::exchange(on_access_check, {})();
+    return __real_kapi_access_ok(type, address, size);
+}
+
 namespace {
 
 using twin::Bytes;
@@ -158,6 +173,21 @@ TEST_F(ReadTest, read_only_memory_takes_nothing_and_the_request_is_lost)
     UserMemory buffer(12, UserMemory::Access::read_only);
     EXPECT_EQ(opened->read(buffer.address(), 12), 12);
     EXPECT_EQ(opened->poll_once(), 0u);
+}
+
+TEST_F(ReadTest, a_reader_whose_request_another_one_took_waits_again)
+{
+    twin::CharFile file("ipfc", NONBLOCK);
+    UserMemory buffer(12);
+    EXPECT_EQ(request(258), 0);
+    on_access_check = [this] { EXPECT_EQ(read_request(), 0); };
+    EXPECT_EQ(file.read(buffer.address(), 12), -11);
+    EXPECT_EQ(request(258), 0);
+    EXPECT_EQ(request(259), 0);
+    on_access_check = [this] { EXPECT_EQ(read_request(), 0); };
+    EXPECT_EQ(file.read(buffer.address(), 12), 0);
+    EXPECT_EQ(buffer.bytes()[0], 0x03); // the next one
+    EXPECT_EQ(twin::waiters(), 0u);
 }
 
 TEST_F(ReadTest, poll_gives_0x41_exactly_while_a_request_is_unread_even_after_its_answer)
