@@ -174,6 +174,8 @@ std::unique_ptr<CLI::App> make_root(Session& session)
         add_options(*root, session.options);
     }
     add_vsan_commands(*root, session);
+    add_map_commands(*root, session);
+    add_resolve_command(*root, session);
     add_exchange_commands(*root, session);
     add_stats_commands(*root, session);
     add_ivr_commands(*root, session);

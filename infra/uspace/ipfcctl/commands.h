@@ -11,6 +11,12 @@ struct Session;
 /// "vsan": interfaces and their N_Ports.
 void add_vsan_commands(CLI::App& root, Session& session);
 
+/// "map": the port names that the driver knows, and answers to its requests.
+void add_map_commands(CLI::App& root, Session& session);
+
+/// "resolve": the requests for port names that it does not know.
+void add_resolve_command(CLI::App& root, Session& session);
+
 /// "exchange": the state of exchanges towards peers.
 void add_exchange_commands(CLI::App& root, Session& session);
 

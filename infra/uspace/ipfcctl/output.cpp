@@ -28,6 +28,11 @@ bool Output::redraw(const std::string& text, const nlohmann::ordered_json& value
     if (form_.terminal && !form_.json) {
         stream_ << kClearScreen;
     }
+    return append(text, value);
+}
+
+bool Output::append(const std::string& text, const nlohmann::ordered_json& value)
+{
     show(text, value);
     return static_cast<bool>(stream_.flush());
 }

@@ -37,6 +37,8 @@ public:
     void show(const std::string& text, const nlohmann::ordered_json& value);
     /// As show, in the place of what a terminal showed before. False when nobody reads any more.
     [[nodiscard]] bool redraw(const std::string& text, const nlohmann::ordered_json& value);
+    /// As show, for a reader who waits for each of several. False when nobody reads any more.
+    [[nodiscard]] bool append(const std::string& text, const nlohmann::ordered_json& value);
 
 private:
     std::ostream& stream_;
