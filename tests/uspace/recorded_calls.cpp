@@ -6,6 +6,8 @@
 //   IPFC_ANSWERS   file of records that commands with an answer store: code, VSAN, bytes. Of lines
 //                  for the same code and VSAN each serves once, the last one ever after; without
 //                  one the driver has no such interface
+//   IPFC_REQUESTS  mapping requests for the reader, each as its bytes, blanks between them; behind
+//                  the last the device fails
 #include "libipfc/device_calls.h"
 
 #include <algorithm>
@@ -73,6 +75,28 @@ std::vector<std::string> answers_to(uint32_t command, int32_t vsan)
     return answers;
 }
 
+void store_bytes(const std::string& digits, size_t count, void* record)
+{
+    auto* bytes = static_cast<uint8_t*>(record);
+    for (size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
+    }
+}
+
+/// The driver's result is the number of bytes that it could not copy.
+ssize_t read_request(int, void* buffer, size_t count)
+{
+    const char* text = std::getenv("IPFC_REQUESTS");
+    static std::istringstream requests(text == nullptr ? "" : text);
+    std::string digits;
+    if (!(requests >> digits)) {
+        errno = EIO;
+        return -1;
+    }
+    store_bytes(digits, count, buffer);
+    return 0;
+}
+
 /// What the driver does with the commands that read an interface.
 int store_answer(uint32_t command, void* record)
 {
@@ -85,11 +109,7 @@ int store_answer(uint32_t command, void* record)
         return -1;
     }
     const size_t number = given[{command, vsan}]++;
-    const std::string& digits = answers[std::min(number, answers.size() - 1)];
-    auto* bytes = static_cast<uint8_t*>(record);
-    for (size_t i = 0; i < record_size(command); ++i) {
-        bytes[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
-    }
+    store_bytes(answers[std::min(number, answers.size() - 1)], record_size(command), record);
     return 0;
 }
 
@@ -115,5 +135,5 @@ int answer(int, unsigned long command, void* record)
 
 ipfc::DeviceCalls ipfc::DeviceCalls::of_system()
 {
-    return {answer, [](int, void*, size_t) -> ssize_t { std::abort(); }};
+    return {answer, read_request};
 }
