@@ -67,6 +67,7 @@ std::vector<CharDevice> char_devices()
 {
     std::lock_guard guard(mutex);
     std::vector<CharDevice> result;
+    result.reserve(entries.size());
     for (const Entry& entry : entries)
         result.push_back(entry.device);
     return result;

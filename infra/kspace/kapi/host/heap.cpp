@@ -7,6 +7,7 @@
 
 #include "kapi/slab.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -157,6 +158,7 @@ std::vector<std::string> Heap::live_texts() const
 {
     std::lock_guard guard(mutex);
     std::vector<std::string> result;
+    result.reserve(blocks.size());
     for (const auto& [address, block] : blocks)
         result.push_back(strf("%s \"%s\", %zu bytes, allocation %u",
                               kind_names[static_cast<int>(block.kind)], block.what, block.size,
@@ -195,7 +197,7 @@ void* Heap::take_silently(Kind kind, std::size_t size, const char* what, bool ze
     if (bytes == nullptr)
         die(strf("the test machine is out of memory (%zu bytes for %s)", size, what));
     std::memset(bytes, zeroed ? 0 : fresh_byte, size);
-    std::memset(bytes + size, guard_byte, guard_size);
+    std::fill_n(bytes + size, guard_size, guard_byte);
     std::lock_guard guard(mutex);
     blocks[bytes] = {kind, size, number, what};
     return bytes;

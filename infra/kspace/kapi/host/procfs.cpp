@@ -47,7 +47,7 @@ std::string path_of(const ProcNode* parent, const std::string& name)
 {
     std::string path = name;
     for (; parent != nullptr; parent = parent->parent)
-        path = parent->name + "/" + path;
+        path.insert(0, parent->name + "/");
     return path;
 }
 
