@@ -67,6 +67,7 @@ struct kapi_netdev {
     unsigned long last_rx;
     struct list_head link; /* kapi_netdevs, until the module goes */
     struct net_device* dev;
+    unsigned short type; /* the device's own, while it is being registered */
 } __aligned(64);
 
 static inline struct kapi_netdev* kapi_netdev(const struct net_device* dev)
