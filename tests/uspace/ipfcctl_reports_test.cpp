@@ -57,6 +57,10 @@ const std::string kVsan10 =
     R"("secondary_addresses":2})";
 const std::string kPeer =
     R"("vsan":10,"ifname":"vsan10","wwpn":"21:00:00:e0:8b:01:02:03","fcid":"0x0a0b0d",)";
+const std::string kMapping1 =
+    R"({"vsan":10,"ifname":"vsan10","wwpn":"21:00:00:e0:8b:01:02:03","fcid":"0x0a0b0d")";
+const std::string kMapping2 =
+    R"({"vsan":10,"ifname":"vsan10","wwpn":"10:00:00:00:00:00:00:07","fcid":"0x0a0b0e")";
 const std::string kHost5 =
     R"({"address":"10.1.2.3","wwpn":"21:00:00:e0:8b:01:02:03","fcid":"0x0a0b0c","vsan":5})";
 const std::string kSecondary77 =
@@ -197,6 +201,22 @@ std::vector<Report> table_reports()
          "vsan10     21:00:00:e0:8b:01:02:03  0x0a0b0d  0x0a0b77  0xffffffff\n",
          "[{" + kPeer + R"("source":"0x0a0b0c","handle":"0x0000001f"},{)" + kPeer +
              R"("source":"0x0a0b77","handle":"0xffffffff"}])"},
+        {"map-list",
+         {"map", "list"},
+         "INTERFACE  PEER                     FCID\n"
+         "vsan10     21:00:00:e0:8b:01:02:03  0x0a0b0d\n"
+         "vsan10     10:00:00:00:00:00:00:07  0x0a0b0e\n",
+         '[' + kMapping1 + "}," + kMapping2 + "}]"},
+        {"map-list",
+         {"-s", "map", "list", "10"},
+         "INTERFACE  PEER                     FCID      EXCHANGES\n"
+         "vsan10     21:00:00:e0:8b:01:02:03  0x0a0b0d          2\n"
+         "vsan10     10:00:00:00:00:00:00:07  0x0a0b0e          0\n",
+         '[' + kMapping1 + ",\"exchanges\":2}," + kMapping2 + ",\"exchanges\":0}]"},
+        {"resolve",
+         {"resolve", "--count", "1"},
+         "vsan10 21:00:00:e0:8b:01:02:03\n",
+         R"({"vsan":10,"ifname":"vsan10","wwpn":"21:00:00:e0:8b:01:02:03"})"},
         {"exchange-list",
          {"exchange", "list", "0"},
          "INTERFACE  PEER  FCID  SOURCE  HANDLE\n",
@@ -285,7 +305,11 @@ std::vector<Report> all_reports()
 }
 
 struct ToolReport : ToolSetup, testing::WithParamInterface<Report> {
-    ToolReport() { environment["IPFC_HEADROOM"] = "92"; }
+    ToolReport()
+    {
+        environment["IPFC_HEADROOM"] = "92";
+        environment["IPFC_REQUESTS"] = "0a000000210000e08b010203";
+    }
 };
 
 TEST_P(ToolReport, IsTextForPeople)
@@ -356,7 +380,8 @@ std::set<std::string> definitions_of_commands(const json& schema)
 const std::set<std::string> kSilent{
     "vsan-create",   "vsan-delete",      "vsan-set-fcid", "vsan-rem-fcid", "vsan-up",
     "vsan-down",     "stats-clear",      "ivr-add",       "ivr-delete",    "ip-set",
-    "secondary-add", "secondary-delete", "debug-set",     "debug-clear",   "cleanup"};
+    "secondary-add", "secondary-delete", "map-add",       "map-update",    "map-delete",
+    "map-not-found", "debug-set",        "debug-clear",   "cleanup"};
 
 TEST(Schema, HasEveryCommandThatIsNotSilent)
 {
