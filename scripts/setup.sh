@@ -171,14 +171,14 @@ build_modules() {
 
 # The administrator's tool, in build/.
 need_tool() {
-    step "building ipfcctl" build_tool
+    step "building ipfcctl and ipfc-resolverd" build_tool
 }
 
 build_tool() {
     if [ ! -e "$root/build/CMakeCache.txt" ]; then
         cmake -S "$root" -B "$root/build" -DIPFC_TESTS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
     fi
-    cmake --build "$root/build" --target ipfcctl -j "$(nproc)"
+    cmake --build "$root/build" --target ipfcctl ipfc-resolverd -j "$(nproc)"
 }
 
 kernel_build_tree() {

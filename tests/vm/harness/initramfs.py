@@ -76,7 +76,7 @@ def build(path, kernel, stock_modules, files):
     archive.node("dev/console", 5, 1)
     archive.file("init", (pathlib.Path(__file__).parent / "init").read_bytes(), 0o755)
     _busybox(archive)
-    _programs(archive)
+    libraries = _programs(archive)
     archive.link("bin/sh", "dash")
     modules = kernel.closure(stock_modules)
     for name, content in modules:
@@ -86,6 +86,10 @@ def build(path, kernel, stock_modules, files):
     for inside, outside in files.items():
         outside = pathlib.Path(outside)
         archive.file(inside, outside.read_bytes(), outside.stat().st_mode & 0o777)
+        if inside.startswith("bin/"):
+            libraries |= linked_libraries(outside)
+    for library in sorted(libraries):
+        archive.file(library, pathlib.Path(library).read_bytes(), 0o755)
     archive.write(path)
 
 
@@ -106,11 +110,16 @@ def _busybox(archive):
 
 
 def _programs(archive):
+    """Puts the programs in; gives the libraries that they are linked with."""
     libraries = set()
     for name in PROGRAMS:
         program = find_program(name)
         archive.file(f"bin/{name}", pathlib.Path(program).read_bytes(), 0o755)
-        linked = subprocess.run(["ldd", program], check=True, capture_output=True, text=True)
-        libraries.update(re.findall(r"(/\S+) \(0x", linked.stdout))
-    for library in sorted(libraries):
-        archive.file(library, pathlib.Path(library).read_bytes(), 0o755)
+        libraries |= linked_libraries(program)
+    return libraries
+
+
+def linked_libraries(program):
+    """None for a static program, of which ldd says so and fails."""
+    told = subprocess.run(["ldd", str(program)], check=False, capture_output=True, text=True)
+    return set(re.findall(r"(/\S+) \(0x", told.stdout))

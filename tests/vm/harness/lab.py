@@ -117,14 +117,15 @@ class Lab:
         return done.stdout
 
     def _files(self, files):
-        """The modules and the tool go into every machine, as far as they have been built."""
+        """The modules and programs go into every machine, as far as they have been built."""
         files = dict(files)
         for name in ("ipfc.ko", "brim_platform.ko"):
             if (self.kernel.out / name).exists():
                 files[f"modules/{name}"] = self.kernel.out / name
-        for tool in sorted((ROOT / "build").glob("**/ipfcctl")):
-            if tool.is_file():
-                files["bin/ipfcctl"] = tool
+        for name in ("ipfcctl", "ipfc-resolverd"):
+            program = ROOT / "build" / "bin" / name
+            if program.exists():
+                files[f"bin/{name}"] = program
         for inside, outside in files.items():
             if not outside.exists():
                 raise NotReady(f"{outside} is missing (wanted as {inside} in the machines)")
