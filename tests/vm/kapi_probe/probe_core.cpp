@@ -42,12 +42,30 @@ void sleep_until_rung(alarm* own)
     remove_wait_queue(&own->queue, &entry);
 }
 
-void set_up(alarm* own)
+// From the heap: a timer on the stack would have to be announced to the kernel's checks.
+alarm* set_up()
 {
-    init_waitqueue_head(&own->queue);
-    own->rung = 0;
-    own->softirqs = 0;
-    kapi_timer_setup(&own->timer, ring, own);
+    alarm* own = static_cast<alarm*>(kzalloc(sizeof(alarm), GFP_KERNEL));
+    if (own != nullptr) {
+        init_waitqueue_head(&own->queue);
+        kapi_timer_setup(&own->timer, ring, own);
+    }
+    return own;
+}
+
+int timer_rings(alarm* own)
+{
+    const unsigned long before = jiffies;
+    mod_timer(&own->timer, before + HZ / 20);
+    sleep_until_rung(own);
+    PROBE_EXPECT(own->rung == 1);
+    PROBE_EXPECT(own->softirqs != 0);
+    PROBE_EXPECT(!time_after(before + HZ / 20, jiffies));
+    mod_timer(&own->timer, jiffies + 100 * HZ);
+    PROBE_EXPECT(del_timer_sync(&own->timer) == 1);
+    PROBE_EXPECT(del_timer_sync(&own->timer) == 0);
+    PROBE_EXPECT(own->rung == 1);
+    return 0;
 }
 
 // The order of transmit's broadcast replication: the outer lock is let go and taken again while the
@@ -106,11 +124,13 @@ void probe_constructed(void*) {}
 
 void probe_sleep(unsigned long ticks)
 {
-    alarm own;
-    set_up(&own);
-    mod_timer(&own.timer, jiffies + ticks);
-    sleep_until_rung(&own);
-    del_timer_sync(&own.timer);
+    alarm* own = set_up();
+    if (own == nullptr)
+        return;
+    mod_timer(&own->timer, jiffies + ticks);
+    sleep_until_rung(own);
+    del_timer_sync(&own->timer);
+    kfree(own);
 }
 
 int probe_locks()
@@ -167,19 +187,12 @@ int probe_memory()
 
 int probe_timer()
 {
-    alarm own;
-    set_up(&own);
-    const unsigned long before = jiffies;
-    mod_timer(&own.timer, before + HZ / 20);
-    sleep_until_rung(&own);
-    PROBE_EXPECT(own.rung == 1);
-    PROBE_EXPECT(own.softirqs != 0);
-    PROBE_EXPECT(!time_after(before + HZ / 20, jiffies));
-    mod_timer(&own.timer, jiffies + 100 * HZ);
-    PROBE_EXPECT(del_timer_sync(&own.timer) == 1);
-    PROBE_EXPECT(del_timer_sync(&own.timer) == 0);
-    PROBE_EXPECT(own.rung == 1);
-    return 0;
+    alarm* own = set_up();
+    PROBE_EXPECT(own != nullptr);
+    const int result = timer_rings(own);
+    del_timer_sync(&own->timer);
+    kfree(own);
+    return result;
 }
 
 int probe_log()
