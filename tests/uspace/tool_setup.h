@@ -84,7 +84,7 @@ struct ToolSetup : testing::Test {
         return read_file(directory.file("proc/" + name));
     }
 
-    [[nodiscard]] ProcessResult run(const std::vector<std::string>& words) const
+    ProcessResult run(const std::vector<std::string>& words) const
     {
         return run_process(IPFCCTL_RECORDED, words, environment);
     }
