@@ -2,6 +2,7 @@
 // Takes the place of the system's calls in a test's copy of the tool. Environment:
 //   IPFC_RECORD    file to which each command is appended: code, a blank, the record's bytes
 //   IPFC_RESULT    the driver's result, 0 unless given; negative: an error number
+//   IPFC_RESULT_OF the command, in hexadecimal digits, that alone ends so; every one unless given
 //   IPFC_HEADROOM  what the header-room command stores
 //   IPFC_ANSWERS   file of records that commands with an answer store: code, VSAN, bytes. Of lines
 //                  for the same code and VSAN each serves once, the last one ever after; without
@@ -33,6 +34,13 @@ int setting(const char* name)
 {
     const char* text = std::getenv(name);
     return text == nullptr ? 0 : static_cast<int>(std::strtol(text, nullptr, 10));
+}
+
+int result_of(unsigned long command)
+{
+    const char* only = std::getenv("IPFC_RESULT_OF");
+    return only == nullptr || std::strtoul(only, nullptr, 16) == command ? setting("IPFC_RESULT")
+                                                                         : 0;
 }
 
 /// The bytes that the driver copies in: the size in the code, but for one command.
@@ -116,7 +124,7 @@ int store_answer(uint32_t command, void* record)
 int answer(int, unsigned long command, void* record)
 {
     write_down(command, record);
-    const int result = setting("IPFC_RESULT");
+    const int result = result_of(command);
     if (result < 0) {
         errno = -result;
         return -1;
