@@ -15,7 +15,7 @@ add_executable(resolverd_tests
 target_compile_definitions(resolverd_tests PRIVATE RESOLVERD="$<TARGET_FILE:ipfc-resolverd>")
 target_link_libraries(resolverd_tests PRIVATE resolverd GTest::gmock GTest::gtest_main)
 add_dependencies(resolverd_tests ipfc-resolverd)
-gtest_discover_tests(resolverd_tests TEST_PREFIX resolverd. PROPERTIES LABELS uspace TIMEOUT 60)
+gtest_discover_tests(resolverd_tests TEST_PREFIX resolverd. PROPERTIES LABELS uspace TIMEOUT 300)
 
 # Threads are tested under the sanitizer for them, which goes together with no other: the sources
 # are built once more for it.
@@ -35,4 +35,4 @@ target_link_options(resolverd_threads_tests PRIVATE -fno-sanitize=all -fsanitize
 target_link_libraries(resolverd_threads_tests PRIVATE
   brim_headers CLI11::CLI11 Threads::Threads ${SYSTEMD_LIBRARY} GTest::gmock GTest::gtest_main)
 gtest_discover_tests(resolverd_threads_tests TEST_PREFIX resolverd. PROPERTIES LABELS uspace
-                     TIMEOUT 120)
+                     TIMEOUT 300)

@@ -247,7 +247,7 @@ void FakeDriver::changed()
 
 bool FakeDriver::wait_until(const std::function<bool()>& condition)
 {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     std::unique_lock lock(mutex_);
     // Looked at now and then as well: a device is closed without telling.
     while (!condition()) {

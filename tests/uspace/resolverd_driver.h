@@ -49,7 +49,7 @@ public:
     [[nodiscard]] size_t parked();
     [[nodiscard]] size_t unread();
 
-    /// Waits until the driver's state satisfies the condition; false after ten seconds.
+    /// Waits until the driver's state satisfies the condition; false after a minute.
     bool wait_until(const std::function<bool()>& condition);
     bool wait_for_commands(size_t count);
 

@@ -58,10 +58,10 @@ public:
 
     void order(int signal) const { ::kill(pid_, signal); }
 
-    /// The exit status; -1 when a signal or ten seconds ended it.
+    /// The exit status; -1 when a signal ended it or a minute has not.
     int wait_for_end()
     {
-        const auto limit = std::chrono::steady_clock::now() + 10s;
+        const auto limit = std::chrono::steady_clock::now() + 60s;
         int status = 0;
         while (::waitpid(pid_, &status, WNOHANG) == 0) {
             if (std::chrono::steady_clock::now() > limit) {
@@ -111,11 +111,11 @@ public:
 
     [[nodiscard]] const std::string& path() const { return path_; }
 
-    /// The next message that begins with the text; empty when none comes within ten seconds.
+    /// The next message that begins with the text; empty when none comes within a minute.
     std::string wait_for(const std::string& start)
     {
         pollfd file{file_.get(), POLLIN, 0};
-        while (::poll(&file, 1, 10000) == 1) {
+        while (::poll(&file, 1, 60000) == 1) {
             char text[4096];
             const ssize_t size = ::recv(file_.get(), text, sizeof(text), 0);
             std::string message(text, size > 0 ? static_cast<size_t>(size) : 0);
@@ -159,7 +159,7 @@ protected:
     [[nodiscard]] std::string log() const { return read_file(directory_.file("log")); }
     [[nodiscard]] bool wait_for_log(const std::string& text) const
     {
-        const auto limit = std::chrono::steady_clock::now() + 10s;
+        const auto limit = std::chrono::steady_clock::now() + 60s;
         while (log().find(text) == std::string::npos) {
             if (std::chrono::steady_clock::now() > limit) {
                 return false;
@@ -296,7 +296,7 @@ TEST_F(ResolverdProcess, FeedsTheWatchdog)
     for (int i = 0; i < 5; ++i) {
         const auto before = std::chrono::steady_clock::now();
         EXPECT_EQ(systemd.wait_for("WATCHDOG=1"), "WATCHDOG=1");
-        EXPECT_LT(std::chrono::steady_clock::now() - before, 5s);
+        EXPECT_LT(std::chrono::steady_clock::now() - before, 30s);
     }
 }
 
