@@ -13,8 +13,8 @@ const ipfc_ll_addr_t peer_address = {.ww_portname = peer_port, .fcid = peer_fcid
 const ipfc_ll_addr_t own_address = {.ww_portname = own_port, .fcid = own_fcid};
 
 const std::string trace = "101 ipfc_dev_hard_header vsan:10 type:0x800 len:20 "
-                          "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c "
-                          "daddr:10:00:00:0d:ec:0a:0b:01 d_id:0x141516\n";
+                          "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c "
+                          "daddr:10:00:00:5e:bf:0a:0b:01 d_id:0x141516\n";
 
 class HeaderFailureTest : public InterfaceTest {
 protected:
@@ -65,7 +65,7 @@ TEST_F(HeaderFailureTest, no_memory_for_a_new_mapping_gives_minus_12_and_frees_t
     EXPECT_EQ(create(skb, &peer_address), -12);
     EXPECT_FALSE(skb_alive(skb));
     EXPECT_EQ(effects(),
-              (Lines{trace, "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+              (Lines{trace, "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping not found\n", "100 Can not allocate new mapping - No mem\n"}));
     EXPECT_EQ(table_of(priv), Lines{});
     EXPECT_EQ(num_mapping_obj, 0);
@@ -78,14 +78,14 @@ TEST_F(HeaderFailureTest, a_push_that_yields_nothing_is_reported_and_the_rest_go
     fail_push_of(12);
     EXPECT_EQ(create(skb.get(), &peer_address), 60);
     EXPECT_EQ(skb->len, 20u + 24 + 56);
-    EXPECT_EQ(hex(std::span(skb->data + 56, 24)), "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+    EXPECT_EQ(hex(std::span(skb->data + 56, 24)), "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
                                                   "aa aa 03 00 00 00 08 00");
-    EXPECT_EQ(effects(), (Lines{trace, "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+    EXPECT_EQ(effects(), (Lines{trace, "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                                 "101 Mapping found FCID = 0x141516\n",
-                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:0d:ec:01:02:03 "
-                                "daddr:10:00:00:0d:ec:0a:0b:01\n",
+                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:5e:bf:01:02:03 "
+                                "daddr:10:00:00:5e:bf:0a:0b:01\n",
                                 "100 ipfc_dev_hard_header couldn't push "
-                                "daddr:10:00:00:0d:ec:0a:0b:01 saddr:10:00:00:0d:ec:01:02:03\n"}));
+                                "daddr:10:00:00:5e:bf:0a:0b:01 saddr:10:00:00:5e:bf:01:02:03\n"}));
 }
 
 TEST_F(HeaderFailureTest, a_push_that_yields_nothing_comes_before_a_missing_destination)
@@ -103,13 +103,13 @@ TEST_F(HeaderFailureTest, without_a_destination_36_bytes_stay_pushed_and_the_res
     EXPECT_TRUE(skb_alive(skb.get()));
     EXPECT_EQ(skb->len, 56u);
     EXPECT_EQ(hex(std::span(skb->data, 36)),
-              "ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee 10 00 00 0d ec 01 02 03 "
+              "ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee ee 10 00 00 5e bf 01 02 03 "
               "aa aa 03 00 00 00 08 00")
         << "the destination stays as it was in the buffer";
     EXPECT_EQ(effects(),
               (Lines{"101 ipfc_dev_hard_header vsan:10 type:0x800 len:20 "
-                     "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c daddr:(null) d_id:0x0\n",
-                     "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:0d:ec:01:02:03 "
+                     "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c daddr:(null) d_id:0x0\n",
+                     "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:5e:bf:01:02:03 "
                      "daddr:ee:ee:ee:ee:ee:ee:ee:ee\n",
                      "100 ipfc_dev_hard_header dst. address is (null) - cannot be cached\n"}));
 }
@@ -141,20 +141,20 @@ TEST_F(HeaderFailureTest, the_length_of_the_packet_is_only_traced)
     }
     EXPECT_TRUE(platform().has_text(IPFC_DBG_EVENTS,
                                     "ipfc_dev_hard_header vsan:10 type:0x800 len:-1 "
-                                    "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c "
-                                    "daddr:10:00:00:0d:ec:0a:0b:01 d_id:0x141516\n"));
+                                    "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c "
+                                    "daddr:10:00:00:5e:bf:0a:0b:01 d_id:0x141516\n"));
 }
 
 TEST_F(HeaderFailureTest, rebuilding_an_ip_packet_asks_arp_for_the_destination_field)
 {
-    set_arp_answer(0, bytes("00 0d ec 0a 0b 01"));
-    const SkbPtr skb(make_skb(bytes("00 00 00 00 00 00 00 00 10 00 00 0d ec 01 02 03 "
+    set_arp_answer(0, bytes("00 5e bf 0a 0b 01"));
+    const SkbPtr skb(make_skb(bytes("00 00 00 00 00 00 00 00 10 00 00 5e bf 01 02 03 "
                                     "aa aa 03 00 00 00 08 00 45")));
     EXPECT_EQ(rebuild(skb.get()), 0);
     ASSERT_EQ(arp_questions().size(), 1u);
     EXPECT_EQ(arp_questions()[0].to, skb->data + 2);
     EXPECT_EQ(arp_questions()[0].skb, skb.get());
-    EXPECT_EQ(hex(skb_bytes(skb.get())), "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+    EXPECT_EQ(hex(skb_bytes(skb.get())), "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
                                          "aa aa 03 00 00 00 08 00 45");
     EXPECT_EQ(effects(), (Lines{"101 rebuild header called\n", "arp_find"}));
 }
@@ -162,14 +162,14 @@ TEST_F(HeaderFailureTest, rebuilding_an_ip_packet_asks_arp_for_the_destination_f
 TEST_F(HeaderFailureTest, rebuilding_returns_what_arp_returns)
 {
     set_arp_answer(1, {}); // not known yet: the kernel keeps the buffer
-    sk_buff* const skb = make_skb(bytes("00 00 00 00 00 00 00 00 10 00 00 0d ec 01 02 03 "
+    sk_buff* const skb = make_skb(bytes("00 00 00 00 00 00 00 00 10 00 00 5e bf 01 02 03 "
                                         "aa aa 03 00 00 00 08 00 45"));
     EXPECT_EQ(rebuild(skb), 1);
 }
 
 TEST_F(HeaderFailureTest, rebuilding_an_arp_or_ipv6_packet_is_refused_without_resolving)
 {
-    const Bytes names = bytes("00 00 00 00 00 00 00 00 10 00 00 0d ec 01 02 03 aa aa 03 00 00 00");
+    const Bytes names = bytes("00 00 00 00 00 00 00 00 10 00 00 5e bf 01 02 03 aa aa 03 00 00 00");
     const std::pair<const char*, const char*> rows[] = {
         {"08 06", "100 Don't know how to resolve type 0806 addresses\n"},
         {"86 dd", "100 Don't know how to resolve type 86DD addresses\n"},
@@ -187,7 +187,7 @@ TEST_F(HeaderFailureTest, rebuilding_an_arp_or_ipv6_packet_is_refused_without_re
 
 TEST_F(HeaderFailureTest, rebuilding_a_buffer_too_short_for_its_headers_is_refused)
 {
-    const Bytes whole = bytes("00 00 00 00 00 00 00 00 10 00 00 0d ec 01 02 03 "
+    const Bytes whole = bytes("00 00 00 00 00 00 00 00 10 00 00 5e bf 01 02 03 "
                               "aa aa 03 00 00 00 08 00");
     for (std::size_t length = 0; length < whole.size(); ++length) {
         for (const unsigned linear : {~0u, 0u, 10u}) {

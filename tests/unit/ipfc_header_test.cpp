@@ -56,30 +56,30 @@ TEST_F(HeaderTest, a_known_destination_gets_all_headers_and_each_step_is_traced)
 {
     add_peer();
     EXPECT_EQ(headers_for(&peer_address, &own_address),
-              "10 00 00 0d ec 0a 0b 01 00 14 15 16 " // destination, for transmission
-              "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+              "10 00 00 5e bf 0a 0b 01 00 14 15 16 " // destination, for transmission
+              "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
               "aa aa 03 00 00 00 08 00");
     EXPECT_EQ(effects(), (Lines{"101 ipfc_dev_hard_header vsan:10 type:0x800 len:20 "
-                                "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c "
-                                "daddr:10:00:00:0d:ec:0a:0b:01 d_id:0x141516\n",
-                                "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                                "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c "
+                                "daddr:10:00:00:5e:bf:0a:0b:01 d_id:0x141516\n",
+                                "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                                 "101 Mapping found FCID = 0x141516\n",
-                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:0d:ec:01:02:03 "
-                                "daddr:10:00:00:0d:ec:0a:0b:01\n",
-                                "101 ipfc_dev_hard_header pushed daddr:10:00:00:0d:ec:0a:0b:01 "
+                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:5e:bf:01:02:03 "
+                                "daddr:10:00:00:5e:bf:0a:0b:01\n",
+                                "101 ipfc_dev_hard_header pushed daddr:10:00:00:5e:bf:0a:0b:01 "
                                 "fcid:0x141516 \n"}));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
 }
 
 TEST_F(HeaderTest, arp_and_ipv6_get_the_same_headers_with_their_own_ethertype)
 {
     add_peer();
-    const std::string common = "10 00 00 0d ec 0a 0b 01 00 14 15 16 10 00 00 0d ec 0a 0b 01 "
-                               "10 00 00 0d ec 01 02 03 aa aa 03 00 00 00 ";
+    const std::string common = "10 00 00 5e bf 0a 0b 01 00 14 15 16 10 00 00 5e bf 0a 0b 01 "
+                               "10 00 00 5e bf 01 02 03 aa aa 03 00 00 00 ";
     EXPECT_EQ(headers_for(&peer_address, &own_address, ETH_P_ARP), common + "08 06");
     EXPECT_EQ(messages().at(0), "101 ipfc_dev_hard_header vsan:10 type:0x806 len:20 "
-                                "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c "
-                                "daddr:10:00:00:0d:ec:0a:0b:01 d_id:0x141516\n");
+                                "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c "
+                                "daddr:10:00:00:5e:bf:0a:0b:01 d_id:0x141516\n");
     EXPECT_EQ(headers_for(&peer_address, &own_address, ETH_P_IPV6), common + "86 dd");
 }
 
@@ -88,13 +88,13 @@ TEST_F(HeaderTest, a_broadcast_gets_all_ones_and_touches_no_mapping)
     name_lock(&priv->hash_lock, "hash_lock");
     journal().clear();
     EXPECT_EQ(headers_for(&broadcast_address, &own_address),
-              "10 00 ff ff ff ff ff ff 00 ff ff ff 10 00 ff ff ff ff ff ff 10 00 00 0d ec 01 02 03 "
+              "10 00 ff ff ff ff ff ff 00 ff ff ff 10 00 ff ff ff ff ff ff 10 00 00 5e bf 01 02 03 "
               "aa aa 03 00 00 00 08 00");
     EXPECT_EQ(journal().texts({Source::lock}), Lines{});
     EXPECT_EQ(effects(), (Lines{"101 ipfc_dev_hard_header vsan:10 type:0x800 len:20 "
-                                "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c "
+                                "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c "
                                 "daddr:10:00:ff:ff:ff:ff:ff:ff d_id:0xffffff\n",
-                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:0d:ec:01:02:03 "
+                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:5e:bf:01:02:03 "
                                 "daddr:10:00:ff:ff:ff:ff:ff:ff\n",
                                 "101 ipfc_dev_hard_header pushed daddr:10:00:ff:ff:ff:ff:ff:ff "
                                 "fcid:0xffffff \n"}));
@@ -114,38 +114,38 @@ TEST_F(HeaderTest, the_fcid_alone_makes_a_broadcast)
 
 TEST_F(HeaderTest, an_unknown_destination_is_stored_whole_while_header_and_key_carry_10_00)
 {
-    const ipfc_ll_addr_t daddr = address("21:55:00:0d:ec:0a:0b:01", peer_fcid);
+    const ipfc_ll_addr_t daddr = address("21:55:00:5e:bf:0a:0b:01", peer_fcid);
     name_lock(&priv->hash_lock, "hash_lock");
     journal().clear();
     EXPECT_EQ(headers_for(&daddr, &own_address),
-              "21 55 00 0d ec 0a 0b 01 00 14 15 16 10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+              "21 55 00 5e bf 0a 0b 01 00 14 15 16 10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
               "aa aa 03 00 00 00 08 00");
     EXPECT_EQ(journal().texts({Source::lock}),
               (Lines{"read_lock_bh hash_lock", "read_unlock_bh hash_lock",
                      "write_lock_bh hash_lock", "write_unlock_bh hash_lock"}));
     EXPECT_EQ(effects(), (Lines{"101 ipfc_dev_hard_header vsan:10 type:0x800 len:20 "
-                                "saddr:20:00:00:0d:ec:01:02:03 s_id:0xa0b0c "
-                                "daddr:21:55:00:0d:ec:0a:0b:01 d_id:0x141516\n",
-                                "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                                "saddr:20:00:00:5e:bf:01:02:03 s_id:0xa0b0c "
+                                "daddr:21:55:00:5e:bf:0a:0b:01 d_id:0x141516\n",
+                                "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                                 "101 Mapping not found\n",
-                                "101 VSAN 10, mapping added for WW_PN = 21:55:00:0d:ec:0a:0b:01",
+                                "101 VSAN 10, mapping added for WW_PN = 21:55:00:5e:bf:0a:0b:01",
                                 "101  FCID = 0x141516 - PACKET SEND \n",
-                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:0d:ec:01:02:03 "
-                                "daddr:10:00:00:0d:ec:0a:0b:01\n",
-                                "101 ipfc_dev_hard_header pushed daddr:21:55:00:0d:ec:0a:0b:01 "
+                                "101 ipfc_dev_hard_header ntw_hdr - saddr:10:00:00:5e:bf:01:02:03 "
+                                "daddr:10:00:00:5e:bf:0a:0b:01\n",
+                                "101 ipfc_dev_hard_header pushed daddr:21:55:00:5e:bf:0a:0b:01 "
                                 "fcid:0x141516 \n"}));
-    EXPECT_EQ(table_of(priv), (Lines{"15 21:55:00:0d:ec:0a:0b:01 > 141516"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 21:55:00:5e:bf:0a:0b:01 > 141516"}));
     EXPECT_EQ(num_mapping_obj, 1);
 }
 
 TEST_F(HeaderTest, an_unknown_destination_joins_its_bucket_after_the_trace_of_its_adding)
 {
-    add(wwn("10:00:00:0d:ec:0a:00:0a"), fcid(1)); // bucket 15 as well
+    add(wwn("10:00:00:5e:bf:0a:00:0a"), fcid(1)); // bucket 15 as well
     headers_for(&peer_address, &own_address);
     const Lines texts = messages();
     ASSERT_EQ(texts.size(), 8u);
     EXPECT_EQ(texts[4], "101  FCID = 0x141516 - PACKET SEND \n");
-    EXPECT_EQ(texts[5], "101 Hash collision for WW_PN = 10:00:00:0d:ec:0a:0b:01\n");
+    EXPECT_EQ(texts[5], "101 Hash collision for WW_PN = 10:00:00:5e:bf:0a:0b:01\n");
 }
 
 TEST_F(HeaderTest, a_second_packet_to_a_new_destination_finds_what_the_first_entered)
@@ -161,14 +161,14 @@ TEST_F(HeaderTest, a_destination_known_with_another_fcid_updates_the_table)
     name_lock(&priv->hash_lock, "hash_lock");
     journal().clear();
     EXPECT_EQ(headers_for(&peer_address, &own_address),
-              "10 00 00 0d ec 0a 0b 01 00 14 15 16 10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+              "10 00 00 5e bf 0a 0b 01 00 14 15 16 10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
               "aa aa 03 00 00 00 08 00");
     EXPECT_EQ(
         journal().texts({Source::lock, Source::platform}),
         (Lines{"read_lock_bh hash_lock", "read_unlock_bh hash_lock", "write_lock_bh hash_lock",
                "write_unlock_bh hash_lock", "kfc2_send_logo vsan 10 0a0b0c to 777777",
                "write_lock_bh hash_lock", "write_unlock_bh hash_lock"}));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
     const Lines texts = messages();
     ASSERT_EQ(texts.size(), 7u);
     EXPECT_EQ(texts[2], "101 Mapping found FCID = 0x777777\n");
@@ -180,11 +180,11 @@ TEST_F(HeaderTest, a_destination_known_with_another_fcid_updates_the_table)
 // The correction goes by the whole key, so that a node with other first bytes keeps its FCID.
 TEST_F(HeaderTest, a_node_with_other_first_bytes_gives_them_to_the_header_and_keeps_its_fcid)
 {
-    add_exchange(priv, add(wwn("20:00:00:0d:ec:0a:0b:01"), fcid(0x777777)), own_fcid, 7);
+    add_exchange(priv, add(wwn("20:00:00:5e:bf:0a:0b:01"), fcid(0x777777)), own_fcid, 7);
     EXPECT_EQ(headers_for(&peer_address, &own_address),
-              "10 00 00 0d ec 0a 0b 01 00 14 15 16 20 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+              "10 00 00 5e bf 0a 0b 01 00 14 15 16 20 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
               "aa aa 03 00 00 00 08 00");
-    EXPECT_EQ(table_of(priv), (Lines{"15 20:00:00:0d:ec:0a:0b:01 > 777777 0a0b0c=7"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 20:00:00:5e:bf:0a:0b:01 > 777777 0a0b0c=7"}));
     EXPECT_TRUE(platform().logos.empty());
 }
 
@@ -196,7 +196,7 @@ TEST_F(HeaderTest, the_destination_written_survives_a_delete_of_its_node_during_
         const TableLock lock(priv);
         EXPECT_TRUE(kernel_delete_pn_to_fcid_mapping(priv->kwwpn_hash_table, peer_port, own_vsan));
     };
-    EXPECT_EQ(headers_for(&peer_address, &own_address).substr(36, 23), "10 00 00 0d ec 0a 0b 01");
+    EXPECT_EQ(headers_for(&peer_address, &own_address).substr(36, 23), "10 00 00 5e bf 0a 0b 01");
     EXPECT_EQ(num_mapping_obj, 0);
 }
 
@@ -210,10 +210,10 @@ TEST_F(HeaderTest, a_source_that_begins_with_20_00_goes_out_as_10_00_and_its_low
 TEST_F(HeaderTest, without_a_source_the_interfaces_own_port_name_is_taken)
 {
     add_peer();
-    EXPECT_EQ(headers_for(&peer_address, nullptr).substr(60, 23), "10 00 00 0d ec 01 02 03");
+    EXPECT_EQ(headers_for(&peer_address, nullptr).substr(60, 23), "10 00 00 5e bf 01 02 03");
     EXPECT_EQ(messages().at(0),
               "101 ipfc_dev_hard_header vsan:10 type:0x800 len:20 saddr:(null) s_id:0x0 "
-              "daddr:10:00:00:0d:ec:0a:0b:01 d_id:0x141516\n");
+              "daddr:10:00:00:5e:bf:0a:0b:01 d_id:0x141516\n");
 }
 
 TEST_F(HeaderTest, the_room_pushed_is_the_stacks_reserve_less_its_trailer)
@@ -224,7 +224,7 @@ TEST_F(HeaderTest, the_room_pushed_is_the_stacks_reserve_less_its_trailer)
     const SkbPtr skb = make();
     EXPECT_EQ(create(skb, &peer_address, &own_address), 20) << "not the number of bytes pushed";
     EXPECT_EQ(skb->len, 20u + 36 + 16);
-    EXPECT_EQ(hex(std::span(skb->data + 16, 12)), "10 00 00 0d ec 0a 0b 01 00 14 15 16");
+    EXPECT_EQ(hex(std::span(skb->data + 16, 12)), "10 00 00 5e bf 0a 0b 01 00 14 15 16");
 }
 
 TEST_F(HeaderTest, a_buffer_with_exactly_the_room_is_used_as_it_is)
@@ -245,8 +245,8 @@ TEST_F(HeaderTest, a_buffer_with_too_little_room_gets_what_is_missing)
         EXPECT_EQ(create(skb, &peer_address, &own_address), 60) << headroom;
         EXPECT_EQ(skb->data, skb->head) << headroom;
         EXPECT_EQ(hex(skb_bytes(skb.get())).substr(56 * 3),
-                  "10 00 00 0d ec 0a 0b 01 00 14 15 16 10 00 00 0d ec 0a 0b 01 "
-                  "10 00 00 0d ec 01 02 03 aa aa 03 00 00 00 08 00 " +
+                  "10 00 00 5e bf 0a 0b 01 00 14 15 16 10 00 00 5e bf 0a 0b 01 "
+                  "10 00 00 5e bf 01 02 03 aa aa 03 00 00 00 08 00 " +
                       std::string(packet))
             << headroom;
     }

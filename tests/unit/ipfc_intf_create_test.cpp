@@ -2,6 +2,22 @@
 // Creation of VSAN interfaces: what is refused, the device's settings, the order of effects.
 #include "support/control.h"
 
+#include <functional>
+
+// The linker sends the module's calls of create_proc_entry here (see the test program's link
+// options): creation makes one right after it has stored the device.
+static std::function<void()> on_proc_entry;
+
+extern "C" proc_dir_entry* __real_kapi_create_proc_entry(const char* name, mode_t mode,
+                                                         proc_dir_entry* parent);
+extern "C" proc_dir_entry* __wrap_kapi_create_proc_entry(const char* name, mode_t mode,
+                                                         proc_dir_entry* parent)
+{
+    if (on_proc_entry)
+        on_proc_entry();
+    return __real_kapi_create_proc_entry(name, mode, parent);
+}
+
 namespace {
 
 using twin::Source;
@@ -22,6 +38,23 @@ TEST_F(InterfaceCreateTest, creation_has_its_effects_in_order)
                               "rtnl_unlock",
                               "101 VSAN interface10 created\n",
                           }));
+}
+
+TEST_F(InterfaceCreateTest, the_device_is_in_its_slot_whole_before_its_report_appears)
+{
+    int reports = 0;
+    on_proc_entry = [&reports] {
+        ++reports;
+        const net_device* const dev = vsan_interfaces[10];
+        ASSERT_NE(dev, nullptr);
+        EXPECT_EQ(ipfc_priv(dev)->vsan_id, 10);
+        EXPECT_EQ(dev->dev_addr[0], 0x20);
+        EXPECT_EQ(dev->broadcast[9], 0xFF);
+        EXPECT_FALSE(twin::is_registered(dev));
+    };
+    EXPECT_EQ(ipfc_create_vsan_interface(10, PORT_NAME, NODE_NAME), 0);
+    on_proc_entry = {};
+    EXPECT_EQ(reports, 1);
 }
 
 TEST_F(InterfaceCreateTest, every_message_of_a_creation_reaches_both_outlets)

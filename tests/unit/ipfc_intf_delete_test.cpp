@@ -73,6 +73,13 @@ TEST_F(InterfaceDeleteTest, deletion_has_its_effects_in_order)
     EXPECT_EQ(vsan_interfaces[10], nullptr);
     EXPECT_EQ(num_mapping_obj, 0);
     EXPECT_EQ(num_exch_obj, 0);
+    ASSERT_EQ(platform().logos.size(), 1u);
+    const SentLogo& logo = platform().logos[0];
+    EXPECT_EQ(logo.arg1, 3);
+    EXPECT_EQ(logo.arg2, 20);
+    EXPECT_EQ(logo.arg3, 0);
+    EXPECT_EQ(logo.arg4, 0xFFFFFFFFu);
+    EXPECT_EQ(logo.locks, 0);
 }
 
 TEST_F(InterfaceDeleteTest, the_n_port_is_removed_by_a_record_with_three_fields)

@@ -87,9 +87,9 @@ TEST_F(IvripTest, an_update_keeps_the_entrys_place)
         EXPECT_EQ(ivrip_add_entry(i, peer_port, fcid(i), network(5)), 0);
     EXPECT_EQ(ivrip_add_entry(99, own_port, fcid(2), network(5)), 0);
     EXPECT_EQ(hosts(),
-              (Lines{"03 00 00 00 | 10:00:00:0d:ec:0a:0b:01 | 00 00 00 03 | 00 00 00 05",
-                     "63 00 00 00 | 20:00:00:0d:ec:01:02:03 | 00 00 00 02 | 00 00 00 05",
-                     "01 00 00 00 | 10:00:00:0d:ec:0a:0b:01 | 00 00 00 01 | 00 00 00 05"}));
+              (Lines{"03 00 00 00 | 10:00:00:5e:bf:0a:0b:01 | 00 00 00 03 | 00 00 00 05",
+                     "63 00 00 00 | 20:00:00:5e:bf:01:02:03 | 00 00 00 02 | 00 00 00 05",
+                     "01 00 00 00 | 10:00:00:5e:bf:0a:0b:01 | 00 00 00 01 | 00 00 00 05"}));
 }
 
 TEST_F(IvripTest, deleting_matches_on_fcid_and_vsan_only)

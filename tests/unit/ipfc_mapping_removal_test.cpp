@@ -37,7 +37,7 @@ TEST_F(MappingRemovalTest, deleting_an_absent_port_is_false_and_leaves_the_lock_
     add_peer();
     delete_from_user = 1;
     write_lock_bh(&priv->hash_lock);
-    EXPECT_FALSE(delete_pn_to_fcid_mapping(priv->kwwpn_hash_table, wwn("20:00:00:0d:ec:0a:0b:01"),
+    EXPECT_FALSE(delete_pn_to_fcid_mapping(priv->kwwpn_hash_table, wwn("20:00:00:5e:bf:0a:0b:01"),
                                            own_vsan));
     EXPECT_EQ(locks_held(), 1);
     write_unlock_bh(&priv->hash_lock);
@@ -86,7 +86,7 @@ TEST_F(MappingRemovalTest, a_delete_for_nobody_keeps_the_lock_over_the_logos)
 
 TEST_F(MappingRemovalTest, the_interface_whose_lock_is_let_go_is_the_one_of_the_number)
 {
-    net_device* const other = create_interface(20, wwn("20:00:00:0d:ec:01:02:04"), fcid(0x200001));
+    net_device* const other = create_interface(20, wwn("20:00:00:5e:bf:01:02:04"), fcid(0x200001));
     add_peer();
     name_lock(&priv->hash_lock, "hash_lock");
     delete_from_user = 1;
@@ -146,7 +146,7 @@ TEST_F(MappingRemovalTest, a_delete_for_a_peer_that_logged_out_sends_no_logo_and
 TEST_F(MappingRemovalTest, a_delete_for_an_absent_peer_is_false_and_silent)
 {
     add_peer();
-    EXPECT_FALSE(kernel_delete(wwn("11:00:00:0d:ec:0a:0b:01")));
+    EXPECT_FALSE(kernel_delete(wwn("11:00:00:5e:bf:0a:0b:01")));
     EXPECT_EQ(num_mapping_obj, 1);
     EXPECT_EQ(effects(), Lines{});
 }
@@ -163,7 +163,7 @@ TEST_F(MappingRemovalTest, one_exchange_dropped_for_a_peer_stays_counted)
             const TableLock lock(priv);
             delete_exch_status_for_fcid(priv->kwwpn_hash_table, peer_port, sources[gone]);
         }
-        std::string left = "15 10:00:00:0d:ec:0a:0b:01 > 141516";
+        std::string left = "15 10:00:00:5e:bf:0a:0b:01 > 141516";
         for (int i = 0; i < 3; ++i)
             left += i == gone ? "" : strf(" 00000%d=%d", i + 1, i);
         EXPECT_EQ(table_of(priv), Lines{left});
@@ -183,7 +183,7 @@ TEST_F(MappingRemovalTest, dropping_an_exchange_that_is_not_there_changes_nothin
     delete_exch_status_for_fcid(priv->kwwpn_hash_table, second_port, own_fcid);
     delete_exch_status_for_fcid(priv->kwwpn_hash_table, first_port, own_fcid);
     delete_exch_status_for_fcid(priv->kwwpn_hash_table, peer_port, fcid(0x0a0b0d));
-    delete_exch_status_for_fcid(priv->kwwpn_hash_table, wwn("20:00:00:0d:ec:0a:0b:01"), own_fcid);
+    delete_exch_status_for_fcid(priv->kwwpn_hash_table, wwn("20:00:00:5e:bf:0a:0b:01"), own_fcid);
     EXPECT_EQ(table_of(priv), before);
 }
 
@@ -194,7 +194,7 @@ TEST_F(MappingRemovalTest, only_the_first_exchange_of_the_source_is_dropped)
     add_exchange(priv, peer, own_fcid, 8);
     const TableLock lock(priv);
     delete_exch_status_for_fcid(priv->kwwpn_hash_table, peer_port, own_fcid);
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=8"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=8"}));
 }
 
 TEST_F(MappingRemovalTest, clearing_logs_every_exchange_out_in_bucket_and_chain_order)

@@ -63,7 +63,7 @@ TEST_F(MipTest, adding_registers_an_n_port_named_after_the_mac_and_counts_it)
     EXPECT_EQ(option_bytes(0),
               "0a 00 0a 00 00 0a 0b 99 00 ff ff ff 04 03 02 01 " // flags, VSAN, FCID, mask, index
               "00 00 00 00 20 20 00 00 00 8a 40 08 00 00 00 00 00 00 00 00 " // common features
-              "10 00 00 11 22 33 44 55 20 01 00 0d ec 01 02 03 "             // names
+              "10 00 00 11 22 33 44 55 20 01 00 5e bf 01 02 03 "             // names
               "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
               "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
               "00 80 00 00 00 00 40 08 00 00 00 00 00 00 00 00 "
@@ -140,7 +140,7 @@ TEST_F(MipTest, removing_logs_the_address_out_everywhere_and_keeps_the_mappings)
     kpn_to_fcid_t* const first = add(wwn("10:00:12:00:00:00:00:00"), fcid(1)); // bucket 3
     kpn_to_fcid_t* const second = add(wwn("10:00:00:00:00:00:12:00"), fcid(2));
     kpn_to_fcid_t* const third = add_peer(); // bucket 15
-    add(wwn("10:00:00:0d:ec:0a:00:0a"), fcid(4));
+    add(wwn("10:00:00:5e:bf:0a:00:0a"), fcid(4));
     add_exchange(priv, first, own_fcid, 1);
     add_exchange(priv, second, own_fcid, 2);
     add_exchange(priv, second, secondary_fcid, 3);
@@ -158,8 +158,8 @@ TEST_F(MipTest, removing_logs_the_address_out_everywhere_and_keeps_the_mappings)
                      "kfc2_send_logo vsan 10 0a0b99 to 141516"}));
     EXPECT_EQ(table_of(priv), (Lines{"3 10:00:12:00:00:00:00:00 > 000001 0a0b0c=1",
                                      "3 10:00:00:00:00:00:12:00 > 000002 0a0b0c=2",
-                                     "15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=5",
-                                     "15 10:00:00:0d:ec:0a:00:0a > 000004"}));
+                                     "15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=5",
+                                     "15 10:00:00:5e:bf:0a:00:0a > 000004"}));
     EXPECT_EQ(num_exch_obj, 3);
 }
 

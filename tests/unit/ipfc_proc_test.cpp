@@ -15,8 +15,8 @@ const char* const statistics_path = "brim_sw/ipfc/statistics";
 const std::string empty_report = "\n"
                                  "VSAN Interface   10 :\n"
                                  "fcid = 0x0a0b0c\n"
-                                 "WW portname = 20:00:00:0d:ec:01:02:03\n"
-                                 "WW nodename = 20:01:00:0d:ec:01:02:03\n"
+                                 "WW portname = 20:00:00:5e:bf:01:02:03\n"
+                                 "WW nodename = 20:01:00:5e:bf:01:02:03\n"
                                  "                  WW_PN ->      FCID\n";
 
 TEST_F(ProcTest, the_directory_holds_statistics_the_hosts_and_one_entry_for_each_interface)
@@ -40,6 +40,12 @@ TEST_F(ProcTest, an_entry_belongs_to_its_interface)
     EXPECT_EQ(find_proc(report_path)->data, dev);
     EXPECT_EQ(find_proc(statistics_path)->read_proc, ipfc_read_stat);
     EXPECT_EQ(find_proc(statistics_path)->data, nullptr);
+}
+
+TEST_F(ProcTest, every_entry_has_the_kernels_default_permissions)
+{
+    for (const char* const path : {report_path, statistics_path, "brim_sw/ipfc/ivrip_list"})
+        EXPECT_EQ(proc_mode(path), 0444u) << path;
 }
 
 TEST_F(ProcTest, an_entry_that_cannot_be_made_is_null)
@@ -132,17 +138,25 @@ TEST_F(ProcTest, an_empty_table_gives_header_and_column_line_and_the_end_of_file
 
 TEST_F(ProcTest, the_header_shows_number_fcid_and_names)
 {
-    net_device* const last = create_interface(4095, wwn("ff:fe:00:0d:ec:01:02:ff"), fcid(0));
+    net_device* const last = create_interface(4095, wwn("ff:fe:00:5e:bf:01:02:ff"), fcid(0));
     EXPECT_EQ(proc_read("brim_sw/ipfc/vsan4095"), "\n"
                                                   "VSAN Interface 4095 :\n"
                                                   "fcid = 0x000000\n"
-                                                  "WW portname = ff:fe:00:0d:ec:01:02:ff\n"
-                                                  "WW nodename = 20:01:00:0d:ec:01:02:03\n"
+                                                  "WW portname = ff:fe:00:5e:bf:01:02:ff\n"
+                                                  "WW nodename = 20:01:00:5e:bf:01:02:03\n"
                                                   "                  WW_PN ->      FCID\n");
     ipfc_priv(last)->fcid = {.str = {0x77, 0xFF, 0xFE, 0xFD}};
     EXPECT_EQ(proc_read("brim_sw/ipfc/vsan4095").substr(23, 16), "fcid = 0xfffefd\n");
     create_interface(0, own_port, own_fcid);
     EXPECT_EQ(proc_read("brim_sw/ipfc/vsan0").substr(0, 23), "\nVSAN Interface    0 :\n");
+}
+
+TEST_F(ProcTest, an_fcid_is_six_digits_after_0x_and_a_handle_of_31_prints_as_0000001f)
+{
+    add_exchange(priv, add(peer_port, {.str = {0x99, 10, 11, 12}}), {.str = {0x99, 10, 11, 12}},
+                 31);
+    EXPECT_EQ(proc_read(report_path), empty_report + "10:00:00:5e:bf:0a:0b:01 -> 0x0a0b0c\n"
+                                                     "   exch with 0x0a0b0c handle = 0000001f\n");
 }
 
 TEST_F(ProcTest, mappings_and_exchanges_follow_in_bucket_chain_and_list_order)
@@ -155,7 +169,7 @@ TEST_F(ProcTest, mappings_and_exchanges_follow_in_bucket_chain_and_list_order)
     EXPECT_EQ(proc_read(report_path), empty_report + "10:00:12:00:00:00:00:00 -> 0x000001\n"
                                                      "20:00:00:00:00:00:12:00 -> 0x000002\n"
                                                      "   exch with 0x010203 handle = 12345678\n"
-                                                     "10:00:00:0d:ec:0a:0b:01 -> 0x0a0b0c\n"
+                                                     "10:00:00:5e:bf:0a:0b:01 -> 0x0a0b0c\n"
                                                      "   exch with 0x0a0b0c handle = 0000001f\n"
                                                      "   exch with 0xfffefd handle = ffffffff\n");
 }
@@ -178,7 +192,7 @@ TEST_F(ProcTest, the_table_is_read_under_its_lock_and_the_header_before_it)
 TEST_F(ProcTest, a_report_follows_the_table)
 {
     add_peer();
-    EXPECT_EQ(proc_read(report_path), empty_report + "10:00:00:0d:ec:0a:0b:01 -> 0x141516\n");
+    EXPECT_EQ(proc_read(report_path), empty_report + "10:00:00:5e:bf:0a:0b:01 -> 0x141516\n");
     drop_mappings(priv);
     EXPECT_EQ(proc_read(report_path), empty_report);
 }

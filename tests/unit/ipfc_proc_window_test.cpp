@@ -21,8 +21,8 @@ protected:
     void fill(int mappings, bool with_exchanges)
     {
         pieces = {{"\nVSAN Interface   10 :\nfcid = 0x0a0b0c\n"
-                   "WW portname = 20:00:00:0d:ec:01:02:03\n"
-                   "WW nodename = 20:01:00:0d:ec:01:02:03\n"
+                   "WW portname = 20:00:00:5e:bf:01:02:03\n"
+                   "WW nodename = 20:01:00:5e:bf:01:02:03\n"
                    "                  WW_PN ->      FCID\n",
                    false}};
         kpn_to_fcid_t** link = &priv->kwwpn_hash_table[0];

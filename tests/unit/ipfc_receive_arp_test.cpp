@@ -11,7 +11,7 @@ class ReceiveArpTest : public ReceiveTest {};
 const std::string receiving = "101 Receiving pkt from FC2\n";
 const std::string passed_up = "101 VSAN 10: pkt sent to upper layer, ret:0x0 \n";
 
-const char* const ethernet_request = "00 01 08 00 06 04 00 01 00 0d ec 0a 0b 01 0a 00 00 02 "
+const char* const ethernet_request = "00 01 08 00 06 04 00 01 00 5e bf 0a 0b 01 0a 00 00 02 "
                                      "00 00 00 00 00 00 0a 00 00 01";
 
 TEST_F(ReceiveArpTest, an_ethernet_request_of_28_bytes_reaches_the_stack_with_12_byte_addresses)
@@ -20,8 +20,8 @@ TEST_F(ReceiveArpTest, an_ethernet_request_of_28_bytes_reaches_the_stack_with_12
     const std::vector<Delivered> delivered = take_delivered();
     ASSERT_EQ(delivered.size(), 1u);
     EXPECT_EQ(hex(delivered[0].bytes), "00 12 08 00 0c 04 00 01 "
-                                       "10 00 00 0d ec 0a 0b 01 00 14 15 16 0a 00 00 02 "
-                                       "10 00 00 0d ec 01 02 03 00 0a 0b 0c 0a 00 00 01");
+                                       "10 00 00 5e bf 0a 0b 01 00 14 15 16 0a 00 00 02 "
+                                       "10 00 00 5e bf 01 02 03 00 0a 0b 0c 0a 00 00 01");
     EXPECT_EQ(delivered[0].protocol, 0x0806);
     EXPECT_EQ(delivered[0].dev, dev);
     EXPECT_EQ(delivered[0].pkt_type, PACKET_HOST);
@@ -68,21 +68,27 @@ TEST_F(ReceiveArpTest, the_addresses_come_from_the_headers_and_not_from_the_pack
 
 TEST_F(ReceiveArpTest, an_arp_packet_of_another_hardware_type_is_passed_as_it_is)
 {
-    const char* const rows[] = {
-        "00 12 08 00 0c 04 00 01 10 00 00 0d ec 0a 0b 01 00 14 15 16 0a 00 00 02 "
-        "00 00 00 00 00 00 00 00 00 00 00 00 0a 00 00 01",
-        "01 00 08 00 06 04 00 01 00 0d ec 0a 0b 01 0a 00 00 02 00 00 00 00 00 00 0a 00 00 01",
-        "00 06 08 00 06 04 00 01 00 0d ec 0a 0b 01 0a 00 00 02 00 00 00 00 00 00 0a 00 00 01",
+    struct Row {
+        const char* packet;
+        const char* trace;
     };
-    const char* const traces[] = {
-        "101 Received ARP packet - hwaddr:0x1200/12, pr:0x8/4op:0x100, eth addr len:6 \n",
-        "101 Received ARP packet - hwaddr:0x1/6, pr:0x8/4op:0x100, eth addr len:6 \n",
-        "101 Received ARP packet - hwaddr:0x600/6, pr:0x8/4op:0x100, eth addr len:6 \n",
+    const Row rows[] = {
+        {.packet = "00 12 08 00 0c 04 00 01 10 00 00 5e bf 0a 0b 01 00 14 15 16 0a 00 00 02 "
+                   "00 00 00 00 00 00 00 00 00 00 00 00 0a 00 00 01",
+         .trace = "101 Received ARP packet - hwaddr:0x1200/12, pr:0x8/4op:0x100, eth addr len:6 "
+                  "\n"},
+        {.packet = "01 00 08 00 06 04 00 01 00 5e bf 0a 0b 01 0a 00 00 02 "
+                   "00 00 00 00 00 00 0a 00 00 01",
+         .trace = "101 Received ARP packet - hwaddr:0x1/6, pr:0x8/4op:0x100, eth addr len:6 \n"},
+        {.packet = "00 06 08 00 06 04 00 01 00 5e bf 0a 0b 01 0a 00 00 02 "
+                   "00 00 00 00 00 00 0a 00 00 01",
+         .trace = "101 Received ARP packet - hwaddr:0x600/6, pr:0x8/4op:0x100, eth addr len:6 "
+                  "\n"},
     };
-    for (int i = 0; i < 3; ++i) {
-        receive(to_own, arp, rows[i]);
-        EXPECT_EQ(hex(take_delivered().at(0).bytes), rows[i]);
-        EXPECT_EQ(messages(), (Lines{receiving, traces[i], passed_up}));
+    for (const Row& row : rows) {
+        receive(to_own, arp, row.packet);
+        EXPECT_EQ(hex(take_delivered().at(0).bytes), row.packet);
+        EXPECT_EQ(messages(), (Lines{receiving, row.trace, passed_up}));
     }
 }
 
@@ -112,8 +118,8 @@ TEST_F(ReceiveArpTest, a_paged_ethernet_request_is_converted_too)
         const std::vector<Delivered> delivered = take_delivered();
         ASSERT_EQ(delivered.size(), 1u);
         EXPECT_EQ(hex(delivered[0].bytes),
-                  "00 12 08 00 0c 04 00 01 10 00 00 0d ec 0a 0b 01 00 14 15 16 0a 00 00 02 "
-                  "10 00 00 0d ec 01 02 03 00 0a 0b 0c 0a 00 00 01")
+                  "00 12 08 00 0c 04 00 01 10 00 00 5e bf 0a 0b 01 00 14 15 16 0a 00 00 02 "
+                  "10 00 00 5e bf 01 02 03 00 0a 0b 0c 0a 00 00 01")
             << linear;
     }
 }
@@ -181,9 +187,9 @@ TEST_F(ReceiveOutOfMemory, receiving_survives_being_out_of_memory)
         if (create_interface(own_vsan, own_port, own_fcid) == nullptr)
             return;
         for (const char* const frame :
-             {"10 00 00 0d ec 01 02 03 10 00 00 0d ec 0a 0b 01 aa aa 03 00 00 00 08 06 "
-              "00 01 08 00 06 04 00 01 00 0d ec 0a 0b 01 0a 00 00 02 00 00 00 00 00 00 0a 00 00 01",
-              "10 00 00 0d ec 01 02 03 10 00 00 0d ec 0a 0b 01 aa aa 03 00 00 00 08 00 45"}) {
+             {"10 00 00 5e bf 01 02 03 10 00 00 5e bf 0a 0b 01 aa aa 03 00 00 00 08 06 "
+              "00 01 08 00 06 04 00 01 00 5e bf 0a 0b 01 0a 00 00 02 00 00 00 00 00 00 0a 00 00 01",
+              "10 00 00 5e bf 01 02 03 10 00 00 5e bf 0a 0b 01 aa aa 03 00 00 00 08 00 45"}) {
             IncomingIu iu;
             iu.header.opcode = 1;
             iu.header.vsan = own_vsan;

@@ -188,8 +188,8 @@ struct Sender {
 
 TEST_F(ReceiveDataTest, a_frame_with_the_own_name_and_the_own_fcid_is_dropped)
 {
-    const char* const own_name = "10 00 ff ff ff ff ff ff 20 00 00 0d ec 01 02 03 ";
-    const char* const own_ieee_name = "10 00 ff ff ff ff ff ff 10 00 00 0d ec 01 02 03 ";
+    const char* const own_name = "10 00 ff ff ff ff ff ff 20 00 00 5e bf 01 02 03 ";
+    const char* const own_ieee_name = "10 00 ff ff ff ff ff ff 10 00 00 5e bf 01 02 03 ";
     const Sender rows[] = {
         {own_name, own_fcid, true},
         {own_name, peer_fcid, false},
@@ -213,7 +213,7 @@ TEST_F(ReceiveDataTest, a_frame_with_the_own_name_and_the_own_fcid_is_dropped)
 
 TEST_F(ReceiveDataTest, the_protocol_is_checked_before_the_sender)
 {
-    IncomingIu iu = unit(joined({bytes("10 00 ff ff ff ff ff ff 20 00 00 0d ec 01 02 03"),
+    IncomingIu iu = unit(joined({bytes("10 00 ff ff ff ff ff ff 20 00 00 5e bf 01 02 03"),
                                  bytes("aa aa 03 00 00 00 80 35"), bytes(ipv4_packet)}));
     iu.header.s_id = own_fcid;
     receive(std::move(iu));
@@ -242,7 +242,7 @@ TEST_F(ReceiveDataTest, a_frame_to_a_group_counts_as_multicast)
 TEST_F(ReceiveDataTest, a_frame_to_the_first_six_bytes_of_the_broadcast_address_is_for_this_host)
 {
     // 10 00 FF FF FF FF: the low bit of its first byte is clear, so no group is looked for.
-    receive("10 00 10 00 ff ff ff ff 10 00 00 0d ec 0a 0b 01", ip, ipv4_packet);
+    receive("10 00 10 00 ff ff ff ff 10 00 00 5e bf 0a 0b 01", ip, ipv4_packet);
     EXPECT_EQ(take_delivered().at(0).pkt_type, PACKET_HOST);
     EXPECT_EQ(counters(), "rx_packets=1 rx_bytes=44 ifHCInOctets=44 ifHCInUcastPkts=1");
 }
@@ -258,7 +258,7 @@ TEST_F(ReceiveDataTest, broadcasts_are_told_by_the_first_six_bytes_of_the_device
 
 TEST_F(ReceiveDataTest, frames_for_other_ports_and_mine_both_count_as_unicast)
 {
-    receive("10 00 00 0d ec 77 77 77 10 00 00 0d ec 0a 0b 01", ip, ipv4_packet);
+    receive("10 00 00 5e bf 77 77 77 10 00 00 5e bf 0a 0b 01", ip, ipv4_packet);
     receive(to_own, ip, ipv4_packet);
     EXPECT_EQ(counters(), "rx_packets=2 rx_bytes=88 ifHCInOctets=88 ifHCInUcastPkts=2");
     for (const Delivered& delivered : take_delivered())

@@ -29,7 +29,7 @@ protected:
 };
 
 const std::string receiving = "101 Receiving pkt from FC2\n";
-const char* const peer_text = "10 00 00 0d ec 0a 0b 01";
+const char* const peer_text = "10 00 00 5e bf 0a 0b 01";
 
 // ---- LOGO ----
 
@@ -41,9 +41,9 @@ TEST_F(ReceiveElsTest, a_logo_removes_the_mapping_and_sends_none_back)
     receive(els(logo_received, logo_of(peer_text)));
     EXPECT_EQ(effects(),
               (Lines{"data_ready 16", receiving, "kfc2_recvskb = 16",
-                     "101 VSAN 10: received LOGO from WWN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 VSAN 10: received LOGO from WWN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 clear fc2 exch-status for VSAN Intf 10 dst fcid 0x16151400 \n",
-                     "101 VSAN 10, mapping removed for WW_PN = 10:00:00:0d:ec:0a:0b:01 - PEER LOGO"
+                     "101 VSAN 10, mapping removed for WW_PN = 10:00:00:5e:bf:0a:0b:01 - PEER LOGO"
                      "\n"}));
     EXPECT_EQ(table_of(priv), Lines{});
     EXPECT_EQ(num_mapping_obj, 0);
@@ -55,19 +55,19 @@ TEST_F(ReceiveElsTest, a_logo_removes_the_mapping_and_sends_none_back)
 TEST_F(ReceiveElsTest, a_logo_of_an_unknown_port_says_removed_all_the_same)
 {
     add_peer();
-    receive(els(logo_received, logo_of("10 00 00 0d ec 0a 0b 02")));
+    receive(els(logo_received, logo_of("10 00 00 5e bf 0a 0b 02")));
     EXPECT_EQ(messages(),
-              (Lines{receiving, "101 VSAN 10: received LOGO from WWN = 10:00:00:0d:ec:0a:0b:02\n",
-                     "101 VSAN 10, mapping removed for WW_PN = 10:00:00:0d:ec:0a:0b:02 - PEER LOGO"
+              (Lines{receiving, "101 VSAN 10: received LOGO from WWN = 10:00:00:5e:bf:0a:0b:02\n",
+                     "101 VSAN 10, mapping removed for WW_PN = 10:00:00:5e:bf:0a:0b:02 - PEER LOGO"
                      "\n"}));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
 }
 
 TEST_F(ReceiveElsTest, a_logo_goes_by_the_whole_name)
 {
     add_peer();
-    receive(els(logo_received, logo_of("20 00 00 0d ec 0a 0b 01")));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+    receive(els(logo_received, logo_of("20 00 00 5e bf 0a 0b 01")));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
 }
 
 TEST_F(ReceiveElsTest, a_logo_works_under_the_tables_lock_and_never_lets_it_go)
@@ -82,10 +82,10 @@ TEST_F(ReceiveElsTest, a_logo_works_under_the_tables_lock_and_never_lets_it_go)
         if (event.source == Source::lock || event.source == Source::message)
             order.push_back(event.text);
     EXPECT_EQ(order,
-              (Lines{receiving, "101 VSAN 10: received LOGO from WWN = 10:00:00:0d:ec:0a:0b:01\n",
+              (Lines{receiving, "101 VSAN 10: received LOGO from WWN = 10:00:00:5e:bf:0a:0b:01\n",
                      "write_lock_bh hash_lock",
                      "101 clear fc2 exch-status for VSAN Intf 10 dst fcid 0x16151400 \n",
-                     "101 VSAN 10, mapping removed for WW_PN = 10:00:00:0d:ec:0a:0b:01 - PEER LOGO"
+                     "101 VSAN 10, mapping removed for WW_PN = 10:00:00:5e:bf:0a:0b:01 - PEER LOGO"
                      "\n",
                      "write_unlock_bh hash_lock"}));
 }
@@ -128,10 +128,10 @@ TEST_F(ReceiveElsTest, a_plogi_discards_the_exchange_of_the_address_logged_in_to
     add_exchange(priv, peer, own_fcid, 7);
     receive(els(plogi_received, plogi_of(peer_text)));
     EXPECT_EQ(effects(), (Lines{"data_ready 116", receiving, "kfc2_recvskb = 116",
-                                "101 VSAN 10: received PLOGI from WWN = 10:00:00:0d:ec:0a:0b:01\n",
-                                "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                                "101 VSAN 10: received PLOGI from WWN = 10:00:00:5e:bf:0a:0b:01\n",
+                                "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                                 "101 Mapping found FCID = 0x141516\n"}));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0d=8"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0d=8"}));
     EXPECT_EQ(num_exch_obj, 1);
     EXPECT_EQ(counters(), "");
     EXPECT_EQ(heap().live(Kind::skb), 0u);
@@ -140,19 +140,19 @@ TEST_F(ReceiveElsTest, a_plogi_discards_the_exchange_of_the_address_logged_in_to
 TEST_F(ReceiveElsTest, a_plogi_for_an_unknown_port_name_changes_nothing)
 {
     add_exchange(priv, add_peer(), own_fcid, 7);
-    receive(els(plogi_received, plogi_of("10 00 00 0d ec 0a 0b 02")));
+    receive(els(plogi_received, plogi_of("10 00 00 5e bf 0a 0b 02")));
     EXPECT_EQ(messages(),
-              (Lines{receiving, "101 VSAN 10: received PLOGI from WWN = 10:00:00:0d:ec:0a:0b:02\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:02\n",
+              (Lines{receiving, "101 VSAN 10: received PLOGI from WWN = 10:00:00:5e:bf:0a:0b:02\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:02\n",
                      "101 Mapping not found\n"}));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=7"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=7"}));
 }
 
 TEST_F(ReceiveElsTest, a_plogi_finds_its_mapping_whatever_the_first_two_bytes_of_the_name)
 {
     add_exchange(priv, add_peer(), own_fcid, 7);
-    receive(els(plogi_received, plogi_of("20 00 00 0d ec 0a 0b 01")));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+    receive(els(plogi_received, plogi_of("20 00 00 5e bf 0a 0b 01")));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
 }
 
 TEST_F(ReceiveElsTest, a_plogi_to_another_address_leaves_the_exchanges)
@@ -161,7 +161,7 @@ TEST_F(ReceiveElsTest, a_plogi_to_another_address_leaves_the_exchanges)
     IncomingIu iu = els(plogi_received, plogi_of(peer_text));
     iu.header.d_id = fcid(0x0a0b0d);
     receive(std::move(iu));
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=7"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=7"}));
 }
 
 TEST_F(ReceiveElsTest, a_plogi_takes_the_tables_lock_once)
@@ -187,7 +187,7 @@ TEST_F(ReceiveElsTest, a_plogi_shorter_than_its_record_is_a_reception_error)
             EXPECT_EQ(messages(), (Lines{receiving, "100 Pkt reception error\n"})) << length;
         }
     }
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=7"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=7"}));
     EXPECT_EQ(heap().live(Kind::skb), 0u);
 }
 

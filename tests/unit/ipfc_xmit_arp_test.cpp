@@ -18,13 +18,13 @@ protected:
     }
 };
 
-const char* const new_form = "10 00 ff ff ff ff ff ff 10 00 00 0d ec 01 02 03 "
+const char* const new_form = "10 00 ff ff ff ff ff ff 10 00 00 5e bf 01 02 03 "
                              "aa aa 03 00 00 00 08 06 "
-                             "00 12 08 00 0c 04 00 01 20 00 00 0d ec 01 02 03 00 0a 0b 0c "
+                             "00 12 08 00 0c 04 00 01 20 00 00 5e bf 01 02 03 00 0a 0b 0c "
                              "0a 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 0a 00 00 02";
-const char* const old_form = "10 00 ff ff ff ff ff ff 10 00 00 0d ec 01 02 03 "
+const char* const old_form = "10 00 ff ff ff ff ff ff 10 00 00 5e bf 01 02 03 "
                              "aa aa 03 00 00 00 08 06 "
-                             "00 01 08 00 06 04 00 01 00 0d ec 01 02 03 0a 00 00 01 "
+                             "00 01 08 00 06 04 00 01 00 5e bf 01 02 03 0a 00 00 01 "
                              "ff ff ff ff ff ff 0a 00 00 02";
 
 TEST_F(XmitArpTest, an_arp_request_is_sent_again_12_bytes_shorter_with_6_byte_addresses)
@@ -65,31 +65,31 @@ TEST_F(XmitArpTest, a_unicast_arp_reply_goes_through_its_steps_in_order)
     add_peer();
     platform().send_results = {0x31, 0x32};
     send(to_peer, arp,
-         "00 12 08 00 0c 04 00 02 20 00 00 0d ec 01 02 03 00 0a 0b 0c 0a 00 00 01 "
-         "10 00 00 0d ec 0a 0b 01 00 14 15 16 0a 00 00 02");
+         "00 12 08 00 0c 04 00 02 20 00 00 5e bf 01 02 03 00 0a 0b 0c 0a 00 00 01 "
+         "10 00 00 5e bf 0a 0b 01 00 14 15 16 0a 00 00 02");
     EXPECT_EQ(effects(),
               (Lines{"101 ipfc_dev_hard_start_xmit: vsan:10 - entering pkt sending routine\n",
-                     "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0aec0d000010 "
+                     "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0abf5e000010 "
                      "fcid:0x16151400\n",
                      "100 ipfc_dev_hard_start_xmit: dst addr is unicast\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping found FCID = 0x141516\n",
                      "101 ipfc_dev_hard_start_xmit: skb->len: 64\n",
                      "kfc2_sendskb vsan 10 0a0b0c to 141516, 64 bytes = 49",
                      "101 ipfc_dev_hard_start_xmit: fc2 returned : 31\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping found FCID = 0x141516\n",
                      "101 ipfc_dev_hard_start_xmit: skb_old_arp->len: 52\n",
                      "kfc2_sendskb vsan 10 0a0b0c to 141516, 52 bytes = 50",
                      "101 fc2 returned : 32 for sending old arp request\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping found FCID = 0x141516\n",
-                     "101 vsan:10 - pkt sent to wwn:0x10b0aec0d000010 fcid:0x16151400\n"}));
-    EXPECT_EQ(sent(1), "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 aa aa 03 00 00 00 08 06 "
-                       "00 01 08 00 06 04 00 02 00 0d ec 01 02 03 0a 00 00 01 "
-                       "00 0d ec 0a 0b 01 0a 00 00 02");
+                     "101 vsan:10 - pkt sent to wwn:0x10b0abf5e000010 fcid:0x16151400\n"}));
+    EXPECT_EQ(sent(1), "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 aa aa 03 00 00 00 08 06 "
+                       "00 01 08 00 06 04 00 02 00 5e bf 01 02 03 0a 00 00 01 "
+                       "00 5e bf 0a 0b 01 0a 00 00 02");
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=64 ifHCOutOctets=64 ifHCOutUcastPkts=1");
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=49"}))
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=49"}))
         << "the handle is the first send's";
 }
 
@@ -106,16 +106,16 @@ TEST_F(XmitArpTest, the_second_send_has_the_first_ones_header_with_its_length)
 TEST_F(XmitArpTest, protocol_fields_and_operation_are_kept_in_the_old_form)
 {
     send(to_all, arp,
-         "ab cd 12 34 56 78 9a bc 20 00 00 0d ec 01 02 03 00 0a 0b 0c c0 a8 00 01 "
+         "ab cd 12 34 56 78 9a bc 20 00 00 5e bf 01 02 03 00 0a 0b 0c c0 a8 00 01 "
          "11 22 33 44 55 66 77 88 99 aa bb cc c0 a8 00 02");
-    EXPECT_EQ(sent(1).substr(24 * 3), "00 01 12 34 06 78 9a bc 00 0d ec 01 02 03 c0 a8 00 01 "
+    EXPECT_EQ(sent(1).substr(24 * 3), "00 01 12 34 06 78 9a bc 00 5e bf 01 02 03 c0 a8 00 01 "
                                       "ff ff ff ff ff ff c0 a8 00 02");
 }
 
 TEST_F(XmitArpTest, what_follows_the_40_bytes_is_sent_and_shortened_like_the_rest)
 {
     send(to_all, arp,
-         "00 12 08 00 0c 04 00 01 20 00 00 0d ec 01 02 03 00 0a 0b 0c 0a 00 00 01 "
+         "00 12 08 00 0c 04 00 01 20 00 00 5e bf 01 02 03 00 0a 0b 0c 0a 00 00 01 "
          "00 00 00 00 00 00 00 00 00 00 00 00 0a 00 00 02 "
          "e1 e2 e3 e4 e5 e6 e7 e8 e9 ea eb ec ed ee");
     EXPECT_EQ(platform().sends[0].bytes.size(), 78u);
@@ -145,7 +145,7 @@ TEST_F(XmitArpTest, without_a_copy_the_packet_is_sent_once_and_the_copy_counted_
     ASSERT_EQ(texts.size(), 14u);
     EXPECT_EQ(texts[2], "100 ipfc_dev_hard_start_xmit: failed to create copy of arp pkt \n");
     EXPECT_EQ(texts[10], "101 ipfc_dev_hard_start_xmit: Failed to save old data\n");
-    EXPECT_EQ(texts[13], "101 vsan:10 - pkt sent to wwn:0x10b0aec0d000010 fcid:0x16151400\n");
+    EXPECT_EQ(texts[13], "101 vsan:10 - pkt sent to wwn:0x10b0abf5e000010 fcid:0x16151400\n");
     EXPECT_EQ(ipfc_skbs_copied, 1u);
     EXPECT_EQ(ipfc_bytes_copied, 64u);
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=64 ifHCOutOctets=64 ifHCOutUcastPkts=1");

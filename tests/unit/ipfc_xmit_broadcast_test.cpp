@@ -21,7 +21,7 @@ protected:
     }
 };
 
-const char* const wire_bytes = "10 00 ff ff ff ff ff ff 10 00 00 0d ec 01 02 03 "
+const char* const wire_bytes = "10 00 ff ff ff ff ff ff 10 00 00 5e bf 01 02 03 "
                                "aa aa 03 00 00 00 08 00 "
                                "45 00 00 14 00 00 00 00 40 01 00 00 0a 00 00 01 0a 00 00 02";
 
@@ -60,7 +60,7 @@ TEST_F(BroadcastTest, the_header_of_a_broadcast_is_whole)
 
 TEST_F(BroadcastTest, the_fcid_of_the_copy_alone_makes_a_broadcast)
 {
-    send("10 00 00 0d ec 0a 0b 01 00 ff ff ff 10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03", ip,
+    send("10 00 00 5e bf 0a 0b 01 00 ff ff ff 10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03", ip,
          ipv4_packet);
     EXPECT_EQ(hex(header(0).d_id.str), "00 ff ff ff");
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=44 ifOutBroadcastPkts=1 ifHCOutBroadcastPkts=1");

@@ -12,7 +12,7 @@ using namespace twin;
 const std::string entering =
     "101 ipfc_dev_hard_start_xmit: vsan:10 - entering pkt sending routine\n";
 const std::string cached =
-    "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0aec0d000010 fcid:0x16151400\n";
+    "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0abf5e000010 fcid:0x16151400\n";
 
 class XmitFailureTest : public XmitTest {
 protected:
@@ -75,7 +75,7 @@ TEST_F(XmitFailureTest, an_unknown_destination_is_parked_without_counter_or_mess
     EXPECT_EQ(
         messages(),
         (Lines{entering, cached, "100 ipfc_dev_hard_start_xmit: dst addr is unicast\n",
-               "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n", "101 Mapping not found\n",
+               "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n", "101 Mapping not found\n",
                "101 VSAN 10 mapping requested to the user process\n"}));
     EXPECT_EQ(counters(), "");
     EXPECT_TRUE(platform().sends.empty());
@@ -90,7 +90,7 @@ TEST_F(XmitFailureTest, a_parked_packet_is_sent_whole_once_its_mapping_is_known)
     EXPECT_EQ(user_add_pn_to_fcid_mapping(own_vsan, peer_port, peer_fcid), 0);
     EXPECT_EQ(user_add_pn_to_fcid_mapping(own_vsan, peer_port, peer_fcid), 0);
     ASSERT_EQ(platform().sends.size(), 3u);
-    EXPECT_EQ(sent(0), "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+    EXPECT_EQ(sent(0), "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
                        "aa aa 03 00 00 00 08 00 "
                        "45 00 00 14 00 00 00 00 40 01 00 00 0a 00 00 01 0a 00 00 02");
     EXPECT_EQ(platform().sends[1].bytes.size(), 64u);
@@ -159,13 +159,13 @@ TEST_F(XmitFailureTest, a_refused_unicast_ends_its_exchange_as_the_error_says_an
         Lines expected{entering,
                        cached,
                        "100 ipfc_dev_hard_start_xmit: dst addr is unicast\n",
-                       "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                       "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                        "101 Mapping found FCID = 0x141516\n",
                        "101 ipfc_dev_hard_start_xmit: skb->len: 44\n",
                        strf("kfc2_sendskb vsan 10 0a0b0c to 141516, 44 bytes = %d", row.result),
                        strf("101 ipfc_dev_hard_start_xmit: fc2 returned : %s\n", row.returned),
                        strf("100 ipfc_dev_hard_start_xmit: error:%s - sending pkt to vsan:10 "
-                            "wwn:0x10b0aec0d000010 fcid:0x16151400\n",
+                            "wwn:0x10b0abf5e000010 fcid:0x16151400\n",
                             row.number)};
         if (row.logo) {
             expected.push_back("101 ipfc_dev_hard_start_xmit: Connection refused. Delete fc2 exch "
@@ -177,7 +177,7 @@ TEST_F(XmitFailureTest, a_refused_unicast_ends_its_exchange_as_the_error_says_an
         EXPECT_EQ(effects(), expected);
         EXPECT_EQ(counters(), "tx_errors=1");
         EXPECT_EQ(table_of(priv),
-                  Lines{std::string("15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0d=5") +
+                  Lines{std::string("15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0d=5") +
                         (row.exchange_goes ? "" : " 0a0b0c=6")});
         EXPECT_EQ(num_exch_obj, row.exchange_goes ? 1 : 2);
         drop_mappings(priv);
@@ -225,6 +225,50 @@ TEST_F(XmitFailureTest, a_refused_broadcast_is_not_replicated_and_its_copies_are
         EXPECT_FALSE(skb_alive(copy));
 }
 
+TEST_F(XmitFailureTest, the_return_value_is_0_on_every_path)
+{
+    struct Path {
+        const char* what;
+        std::function<void()> prepare;
+        const char* addresses = to_peer;
+        const char* llc = ip;
+    };
+    const Path paths[] = {
+        {"sent", [this] { add_peer(); }},
+        {"broadcast", [] {}, to_all},
+        {"ARP", [] {}, to_all, arp},
+        {"refused", [] { platform().send_result = -111; }, to_all},
+        {"mapping gone",
+         [this] {
+             add_peer();
+             platform().on_send = [this](const SentIu&) { drop_mappings(priv); };
+         }},
+        {"parked", [] {}},
+        {"not parked", [] { heap().fail_from(Kind::kmalloc, 1); }},
+        {"no copy", [] { heap().fail_from(Kind::skb, 1); }, to_all, arp},
+        {"unknown type", [] {}, to_all, "aa aa 03 00 00 00 12 34"},
+        {"refused source",
+         [this] {
+             priv->num_sec_ip_addr = 1;
+             platform().mip_answer.result = 1;
+         }},
+        {"no FCID", [this] { priv->fcid.num = 0; }},
+    };
+    for (const Path& path : paths) {
+        path.prepare();
+        bh_disable();
+        EXPECT_EQ(dev->hard_start_xmit(make(path.addresses, path.llc, arp_request), dev), 0)
+            << path.what;
+        bh_enable();
+        drop_mappings(priv);
+        heap().never_fail();
+        platform().on_send = {};
+        platform().send_result = 0x1234;
+        platform().mip_answer = {};
+        priv->num_sec_ip_addr = 0;
+    }
+}
+
 // ---- without memory ----
 
 using XmitOutOfMemory = UnloadedModuleTest;
@@ -248,9 +292,9 @@ TEST_F(XmitOutOfMemory, sending_survives_being_out_of_memory)
         // Unknown to transmission alone: parked.
         drop_mappings(ipfc_priv(device));
         sk_buff* const skb = make_skb(joined({Bytes(56, 0),
-                                              bytes("10 00 00 0d ec 0a 0b 01 00 14 "
-                                                    "15 16 10 00 00 0d ec 0a 0b 01 "
-                                                    "10 00 00 0d ec 01 02 03 aa aa "
+                                              bytes("10 00 00 5e bf 0a 0b 01 00 14 "
+                                                    "15 16 10 00 00 5e bf 0a 0b 01 "
+                                                    "10 00 00 5e bf 01 02 03 aa aa "
                                                     "03 00 00 00 08 00"),
                                               Bytes(20, 0x45)}));
         transmit(skb, device);

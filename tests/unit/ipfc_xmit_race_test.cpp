@@ -28,7 +28,7 @@ TEST_F(XmitRaceTest, a_mapping_deleted_meanwhile_counts_nothing_and_opens_no_exc
     EXPECT_EQ(counters(), "");
     const Lines texts = messages();
     EXPECT_EQ(texts.at(texts.size() - 3), "101 ipfc_dev_hard_start_xmit: fc2 returned : 1234\n");
-    EXPECT_EQ(texts.at(texts.size() - 2), "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n");
+    EXPECT_EQ(texts.at(texts.size() - 2), "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n");
     EXPECT_EQ(texts.back(), "101 Mapping not found\n");
 }
 
@@ -50,7 +50,7 @@ TEST_F(XmitRaceTest, a_mapping_that_was_replaced_gets_the_exchange)
         add(peer_port, fcid(0x777777));
     });
     send_unicast();
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 777777 0a0b0c=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 777777 0a0b0c=4660"}));
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=44 ifHCOutOctets=44 ifHCOutUcastPkts=1");
 }
 
@@ -63,11 +63,11 @@ TEST_F(XmitRaceTest, a_mapping_that_moved_gets_the_handle_and_the_last_message_t
                                   priv);
     });
     send_unicast();
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 777777 0a0b0c=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 777777 0a0b0c=4660"}));
     ASSERT_EQ(platform().logos.size(), 1u);
     EXPECT_EQ(hex(platform().logos[0].d_id.str), "00 14 15 16");
     EXPECT_EQ(messages().back(),
-              "101 vsan:10 - pkt sent to wwn:0x10b0aec0d000010 fcid:0x16151400\n");
+              "101 vsan:10 - pkt sent to wwn:0x10b0abf5e000010 fcid:0x16151400\n");
 }
 
 TEST_F(XmitRaceTest, an_exchange_dropped_meanwhile_is_opened_anew)
@@ -79,7 +79,7 @@ TEST_F(XmitRaceTest, an_exchange_dropped_meanwhile_is_opened_anew)
                             DONT_SEND_LOGO, priv);
     });
     send_unicast();
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=4660"}));
     EXPECT_EQ(num_exch_obj, 1);
 }
 
@@ -88,7 +88,7 @@ TEST_F(XmitRaceTest, an_exchange_opened_meanwhile_is_not_opened_twice)
     kpn_to_fcid_t* const peer = add_peer();
     during_send([this, peer] { add_exchange(priv, peer, own_fcid, 7); });
     send_unicast();
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=4660"}));
 }
 
 TEST_F(XmitRaceTest, a_refused_send_whose_mapping_went_ends_nothing_and_tells_the_old_address)
@@ -104,7 +104,7 @@ TEST_F(XmitRaceTest, a_refused_send_whose_mapping_went_ends_nothing_and_tells_th
         EXPECT_EQ(num_exch_obj, 0);
         const Lines texts = messages();
         const std::string told = strf("100 ipfc_dev_hard_start_xmit: error:%d - sending pkt to "
-                                      "vsan:10 wwn:0x10b0aec0d000010 fcid:0x16151400\n",
+                                      "vsan:10 wwn:0x10b0abf5e000010 fcid:0x16151400\n",
                                       -error);
         EXPECT_EQ(std::count(texts.begin(), texts.end(), told), 1);
         EXPECT_EQ(std::count(texts.begin(), texts.end(), "101 Mapping not found\n"), 0)
@@ -174,7 +174,7 @@ TEST_F(XmitRaceTest, an_interface_created_anew_meanwhile_gets_nothing_of_the_old
     EXPECT_EQ(counters(), "");
     EXPECT_EQ(counters_of(ipfc_priv(vsan_interfaces[own_vsan])), "");
     EXPECT_EQ(table_of(ipfc_priv(vsan_interfaces[own_vsan])),
-              (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+              (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
 }
 
 TEST_F(XmitRaceTest, the_fcid_taken_away_meanwhile_does_not_change_the_exchange_that_was_opened)
@@ -182,7 +182,7 @@ TEST_F(XmitRaceTest, the_fcid_taken_away_meanwhile_does_not_change_the_exchange_
     add_peer();
     during_send([this] { priv->fcid.num = 0; });
     send_unicast();
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=4660"}));
 }
 
 // Many senders and one that keeps deleting; the fixture's end checks what is left.

@@ -29,11 +29,11 @@ TEST_F(XmitSecondaryTest, a_secondary_source_gives_the_packet_its_mac_and_fcid)
 {
     platform().mip_answer = secondary();
     send_unicast();
-    EXPECT_EQ(sent(0), "10 00 00 0d ec 0a 0b 01 10 00 00 11 22 33 44 55 "
+    EXPECT_EQ(sent(0), "10 00 00 5e bf 0a 0b 01 10 00 00 11 22 33 44 55 "
                        "aa aa 03 00 00 00 08 00 "
                        "45 00 00 14 00 00 00 00 40 01 00 00 0a 00 00 01 0a 00 00 02");
     EXPECT_EQ(hex(header(0).s_id.str), "00 0a 0b 99");
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b99=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b99=4660"}));
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=44 ifHCOutOctets=44 ifHCOutUcastPkts=1");
 }
 
@@ -46,7 +46,7 @@ TEST_F(XmitSecondaryTest, the_service_is_asked_between_the_copy_of_the_address_a
     seen.resize(4);
     EXPECT_EQ(seen,
               (Lines{"101 ipfc_dev_hard_start_xmit: vsan:10 - entering pkt sending routine\n",
-                     "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0aec0d000010 "
+                     "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0abf5e000010 "
                      "fcid:0x16151400\n",
                      "mip_lookup 0x0800", "100 ipfc_dev_hard_start_xmit: dst addr is unicast\n"}));
 }
@@ -90,7 +90,7 @@ TEST_F(XmitSecondaryTest, only_a_flag_of_1_applies_the_mapping)
     }
     for (std::size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(hex(header(i).s_id.str), "00 0a 0b 0c");
-        EXPECT_EQ(sent(i).substr(24, 23), "10 00 00 0d ec 01 02 03");
+        EXPECT_EQ(sent(i).substr(24, 23), "10 00 00 5e bf 01 02 03");
     }
 }
 
@@ -113,7 +113,7 @@ TEST_F(XmitSecondaryTest, each_source_has_its_own_exchange_to_a_peer)
     EXPECT_EQ(header(2).handle, 1u);
     EXPECT_EQ(header(2).f_ctl, 0u);
     EXPECT_EQ(header(3).handle, 2u);
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b99=3 0a0b0c=4"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b99=3 0a0b0c=4"}));
 }
 
 TEST_F(XmitSecondaryTest, a_refused_send_ends_the_secondary_sources_exchange_alone)
@@ -123,7 +123,7 @@ TEST_F(XmitSecondaryTest, a_refused_send_ends_the_secondary_sources_exchange_alo
     platform().mip_answer = secondary();
     platform().send_result = -111;
     send_unicast();
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=1"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=1"}));
     ASSERT_EQ(platform().logos.size(), 1u);
     EXPECT_EQ(hex(platform().logos[0].s_id.str), "00 0a 0b 99");
 }
@@ -134,7 +134,7 @@ TEST_F(XmitSecondaryTest, an_old_form_arp_carries_the_secondary_mac_in_its_heade
     send(to_all, arp, arp_request);
     EXPECT_EQ(sent(0).substr(24, 23), "10 00 00 11 22 33 44 55");
     // The copy was made before the service was asked.
-    EXPECT_EQ(sent(1).substr(24, 23), "10 00 00 0d ec 01 02 03");
+    EXPECT_EQ(sent(1).substr(24, 23), "10 00 00 5e bf 01 02 03");
     EXPECT_EQ(hex(header(1).s_id.str), "00 0a 0b 99");
 }
 
@@ -237,7 +237,7 @@ TEST_F(XmitShortTest, an_unknown_port_parks_a_bare_header_and_sends_it_later)
     sk_buff* const skb = make(to_peer, ip, "");
     EXPECT_EQ(transmit(skb, dev), 0);
     EXPECT_EQ(user_add_pn_to_fcid_mapping(own_vsan, peer_port, peer_fcid), 0);
-    EXPECT_EQ(sent(0), "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 aa aa 03 00 00 00 08 00");
+    EXPECT_EQ(sent(0), "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 aa aa 03 00 00 00 08 00");
 }
 
 } // namespace

@@ -10,7 +10,7 @@ using namespace twin;
 
 class UnicastTest : public XmitTest {};
 
-const char* const wire_bytes = "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 "
+const char* const wire_bytes = "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 "
                                "aa aa 03 00 00 00 08 00 "
                                "45 00 00 14 00 00 00 00 40 01 00 00 0a 00 00 01 0a 00 00 02";
 
@@ -20,19 +20,19 @@ TEST_F(UnicastTest, a_unicast_goes_through_its_steps_in_order)
     send_unicast();
     EXPECT_EQ(effects(),
               (Lines{"101 ipfc_dev_hard_start_xmit: vsan:10 - entering pkt sending routine\n",
-                     "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0aec0d000010 "
+                     "101 ipfc_dev_hard_start_xmit: cached - daddr:0x10b0abf5e000010 "
                      "fcid:0x16151400\n",
                      "100 ipfc_dev_hard_start_xmit: dst addr is unicast\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping found FCID = 0x141516\n",
                      "101 ipfc_dev_hard_start_xmit: skb->len: 44\n",
                      "kfc2_sendskb vsan 10 0a0b0c to 141516, 44 bytes = 4660",
                      "101 ipfc_dev_hard_start_xmit: fc2 returned : 1234\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping found FCID = 0x141516\n",
-                     "101 WWPN->FCID query WWPN = 10:00:00:0d:ec:0a:0b:01\n",
+                     "101 WWPN->FCID query WWPN = 10:00:00:5e:bf:0a:0b:01\n",
                      "101 Mapping found FCID = 0x141516\n",
-                     "101 vsan:10 - pkt sent to wwn:0x10b0aec0d000010 fcid:0x16151400\n"}));
+                     "101 vsan:10 - pkt sent to wwn:0x10b0abf5e000010 fcid:0x16151400\n"}));
     EXPECT_EQ(sent(0), wire_bytes);
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=44 ifHCOutOctets=44 ifHCOutUcastPkts=1");
 }
@@ -77,7 +77,7 @@ TEST_F(UnicastTest, the_first_send_opens_an_exchange_and_later_ones_update_its_h
     EXPECT_EQ(header(1).handle, 31u);
     EXPECT_EQ(header(2).handle, 32u);
     EXPECT_EQ(num_exch_obj, 2);
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0d=5 0a0b0c=0"}))
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0d=5 0a0b0c=0"}))
         << "the new record joins at the tail, and a handle of 0 counts";
 }
 
@@ -87,7 +87,7 @@ TEST_F(UnicastTest, no_memory_for_the_exchange_is_silent_and_the_packet_counts)
     heap().fail_from(Kind::object, 1);
     send_unicast();
     EXPECT_EQ(num_exch_obj, 0);
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
     EXPECT_EQ(messages().size(), 12u);
     EXPECT_EQ(counters(), "tx_packets=1 tx_bytes=44 ifHCOutOctets=44 ifHCOutUcastPkts=1");
     heap().never_fail();
@@ -105,14 +105,14 @@ TEST_F(UnicastTest, the_destination_is_the_mappings_fcid_and_not_the_copys)
 
 TEST_F(UnicastTest, the_lookup_goes_by_the_network_header_and_ignores_its_first_two_bytes)
 {
-    add(wwn("20:00:00:0d:ec:0a:0b:01"), peer_fcid);
-    send("99 99 99 99 99 99 99 99 00 99 99 99 10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03", ip,
+    add(wwn("20:00:00:5e:bf:0a:0b:01"), peer_fcid);
+    send("99 99 99 99 99 99 99 99 00 99 99 99 10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03", ip,
          ipv4_packet);
     ASSERT_EQ(platform().sends.size(), 1u);
     const Lines texts = messages();
     EXPECT_EQ(texts[1], "101 ipfc_dev_hard_start_xmit: cached - daddr:0x9999999999999999 "
                         "fcid:0x99999900\n");
-    EXPECT_EQ(texts.back(), "101 vsan:10 - pkt sent to wwn:0x10b0aec0d000020 fcid:0x16151400\n")
+    EXPECT_EQ(texts.back(), "101 vsan:10 - pkt sent to wwn:0x10b0abf5e000020 fcid:0x16151400\n")
         << "the node's own name";
 }
 
@@ -227,7 +227,7 @@ TEST_F(UnicastTest, a_packet_of_the_stack_reaches_the_wire_with_its_headers)
     const ipfc_ll_addr_t peer = {.ww_portname = peer_port, .fcid = peer_fcid};
     EXPECT_EQ(ip_output(dev, ETH_P_IP, &peer, bytes(ipv4_packet)), 0);
     EXPECT_EQ(sent(0), wire_bytes);
-    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:0d:ec:0a:0b:01 > 141516 0a0b0c=4660"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=4660"}));
 }
 
 TEST_F(UnicastTest, a_send_is_the_same_whatever_outlets_are_on)

@@ -157,6 +157,7 @@ TEST_F(CharDeviceTest, commands_run_one_at_a_time)
 {
     CharFile file("device");
     std::vector<std::unique_ptr<Process>> processes;
+    processes.reserve(4);
     for (int i = 0; i < 4; ++i)
         processes.push_back(std::make_unique<Process>([&] {
             long sum = 0;

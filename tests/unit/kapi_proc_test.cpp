@@ -7,8 +7,6 @@
 #include "kapi/printk.h"
 #include "kapi/slab.h"
 
-#include <cstring>
-
 namespace {
 
 using namespace twin;
@@ -21,13 +19,13 @@ int read_text(char* buffer, char** start, off_t off, int count, int* eof, void*)
 {
     ++calls;
     if (!window) {
-        std::memcpy(buffer, whole_text.data(), whole_text.size());
+        whole_text.copy(buffer, whole_text.size());
         return static_cast<int>(whole_text.size());
     }
     const auto from = std::min<std::size_t>(static_cast<std::size_t>(off), whole_text.size());
     const auto length =
         std::min<std::size_t>(static_cast<std::size_t>(count), whole_text.size() - from);
-    std::memcpy(buffer + 100, whole_text.data() + from, length);
+    whole_text.copy(buffer + 100, length, from);
     *start = buffer + 100;
     *eof = from + length == whole_text.size();
     return static_cast<int>(length);

@@ -25,11 +25,11 @@ namespace {
 
 using namespace twin;
 
-constexpr std::uint8_t own_name[] = {0x20, 0x01, 0x00, 0x0D, 0xEC, 0x00, 0x0A, 0x01};
-constexpr std::uint8_t peer_address[] = {0x20, 0x01, 0x00, 0x0D, 0xEC, 0x00,
+constexpr std::uint8_t own_name[] = {0x20, 0x01, 0x00, 0x5E, 0xBF, 0x00, 0x0A, 0x01};
+constexpr std::uint8_t peer_address[] = {0x20, 0x01, 0x00, 0x5E, 0xBF, 0x00,
                                          0x14, 0x01, 0x00, 0x14, 0x0A, 0x01};
 // Of b's domain, but no N_Port of its.
-constexpr std::uint8_t absent_address[] = {0x20, 0x01, 0x00, 0x0D, 0xEC, 0x00,
+constexpr std::uint8_t absent_address[] = {0x20, 0x01, 0x00, 0x5E, 0xBF, 0x00,
                                            0x14, 0x77, 0x00, 0x14, 0x0A, 0x77};
 constexpr std::uint8_t everybody[] = {0x10, 0x00, 0xFF, 0xFF, 0xFF, 0xFF,
                                       0xFF, 0xFF, 0x00, 0xFF, 0xFF, 0xFF};
@@ -38,7 +38,7 @@ const Bytes packet = wire::hex("45000018 00000000 40110000 0a000001 0a000002 010
 
 // The module's frame to b: network header, LLC/SNAP header, packet.
 const Bytes to_peer =
-    wire::joined(wire::hex("1000000dec001401 1000000dec000a01 aaaa030000000800"), packet);
+    wire::joined(wire::hex("1000005ebf001401 1000005ebf000a01 aaaa030000000800"), packet);
 
 fcid_t fcid_of(std::uint32_t value)
 {

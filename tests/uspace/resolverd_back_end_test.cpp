@@ -24,7 +24,7 @@ using ipfc_test::TemporaryDirectory;
 using ipfc_test::write_file;
 using resolverd_test::port;
 
-constexpr const char* kName = "20:00:00:0d:ec:00:00:0a";
+constexpr const char* kName = "20:00:00:5e:bf:00:00:0a";
 
 std::string found(NameServer& name_server, const Port& port)
 {
@@ -61,7 +61,7 @@ protected:
 
 TEST_F(FabricTest, FindsAPortInItsVsanOnly)
 {
-    write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0101\n20 20:00:00:0d:ec:00:00:0b 0x140101\n");
+    write_file(path_, "10 20:00:00:5e:bf:00:00:0a 0x0a0101\n20 20:00:00:5e:bf:00:00:0b 0x140101\n");
     EXPECT_EQ(found(name_server_, port(10, kName)), "0x0a0101");
     EXPECT_EQ(found(name_server_, port(20, kName)), "nowhere");
 }
@@ -70,7 +70,7 @@ TEST_F(FabricTest, FindsAPortThatHasJustLoggedIn)
 {
     write_file(path_, "");
     EXPECT_EQ(found(name_server_, port(10, kName)), "nowhere");
-    write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0101\n");
+    write_file(path_, "10 20:00:00:5e:bf:00:00:0a 0x0a0101\n");
     EXPECT_EQ(found(name_server_, port(10, kName)), "0x0a0101");
 }
 
@@ -83,7 +83,7 @@ TEST_F(FabricTest, FailsRatherThanToDenyWhenItCannotBeRead)
 
 TEST_F(FabricTest, TellsOfLinesThatItDoesNotUnderstand)
 {
-    write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0101\nzone 7\n");
+    write_file(path_, "10 20:00:00:5e:bf:00:00:0a 0x0a0101\nzone 7\n");
     const Reading reading = name_server_.read_table();
     EXPECT_EQ(reading.ports.size(), 1u);
     EXPECT_EQ(reading.remark, "1 line not understood");
@@ -106,7 +106,7 @@ TEST_F(FabricTest, WatchOfAnUnchangedProcFileIsNotRaised)
 
 class StaticTableTest : public testing::Test {
 protected:
-    StaticTableTest() { write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0101\n"); }
+    StaticTableTest() { write_file(path_, "10 20:00:00:5e:bf:00:00:0a 0x0a0101\n"); }
 
     TemporaryDirectory directory_;
     std::string path_ = directory_.file("ports");
@@ -122,7 +122,7 @@ TEST_F(StaticTableTest, FindsWhatTheFileLists)
 TEST_F(StaticTableTest, KeepsTheTableInForceUntilItIsReadAgain)
 {
     StaticTable table(path_);
-    write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0102\n");
+    write_file(path_, "10 20:00:00:5e:bf:00:00:0a 0x0a0102\n");
     EXPECT_EQ(found(table, port(10, kName)), "0x0a0101");
     table.read_table();
     EXPECT_EQ(found(table, port(10, kName)), "0x0a0102");
@@ -131,7 +131,7 @@ TEST_F(StaticTableTest, KeepsTheTableInForceUntilItIsReadAgain)
 TEST_F(StaticTableTest, RefusesAMalformedTableAndStaysWithTheOneInForce)
 {
     StaticTable table(path_);
-    write_file(path_, "10 20:00:00:0d:ec:00:00:0a 0x0a0102\n10 20:00 0x0a0103\n");
+    write_file(path_, "10 20:00:00:5e:bf:00:00:0a 0x0a0102\n10 20:00 0x0a0103\n");
     try {
         table.read_table();
         FAIL() << "was taken";

@@ -15,7 +15,7 @@
 
 namespace resolverd_test {
 
-/// "10 20:00:00:0d:ec:00:00:0a"
+/// "10 20:00:00:5e:bf:00:00:0a"
 resolverd::Port port(vsan_id_t vsan, const std::string& name);
 fcid_t fcid(const std::string& text);
 

@@ -47,11 +47,11 @@ std::string refusal_of_configuration(const std::string& text)
 
 TEST(PortTable, HasOneLineForEachPort)
 {
-    const PortTable ports = parse_port_table("10 20:00:00:0d:ec:00:00:0a 0x0a0101\n"
-                                             "20 20:00:00:0d:ec:00:00:0a 0x140101\n",
+    const PortTable ports = parse_port_table("10 20:00:00:5e:bf:00:00:0a 0x0a0101\n"
+                                             "20 20:00:00:5e:bf:00:00:0a 0x140101\n",
                                              "ports");
-    EXPECT_EQ(lines_of(ports), "VSAN 10 port 20:00:00:0d:ec:00:00:0a at 0x0a0101\n"
-                               "VSAN 20 port 20:00:00:0d:ec:00:00:0a at 0x140101\n");
+    EXPECT_EQ(lines_of(ports), "VSAN 10 port 20:00:00:5e:bf:00:00:0a at 0x0a0101\n"
+                               "VSAN 20 port 20:00:00:5e:bf:00:00:0a at 0x140101\n");
 }
 
 TEST(PortTable, IsEmptyWhenThereAreOnlyCommentsAndBlanks)

@@ -79,7 +79,7 @@ void drop_sockets()
     sockets.clear();
 }
 
-bool FakePlatform::deliver(IncomingIu iu)
+bool FakePlatform::deliver(IncomingIu iu) const
 {
     socket* target;
     {

@@ -110,7 +110,7 @@ public:
 
     // Hands an information unit to the data-ready callback, in softirq context. False when there
     // is no open socket.
-    bool deliver(IncomingIu iu);
+    bool deliver(IncomingIu iu) const;
 
     // ---- dbgtap ----
     bool dbgtap_out_of_memory = false;

@@ -14,7 +14,7 @@ twin::Bytes bytes(std::string_view text);
 std::string hex(std::span<const std::uint8_t> data);
 twin::Bytes joined(std::initializer_list<twin::Bytes> parts);
 
-wwn_t wwn(const char* text);        // "20:00:00:0d:ec:01:02:03"
+wwn_t wwn(const char* text);        // "20:00:00:5e:bf:01:02:03"
 fcid_t fcid(std::uint32_t address); // 0x0a0b0c
 std::string text_of(wwn_t name);
 std::string text_of(fcid_t address);
@@ -27,13 +27,13 @@ std::vector<std::string> effects();
 // The messages among them.
 std::vector<std::string> messages();
 
-// The interface under test and its peer. As numbers in messages the names are 0x30201ec0d000020
-// and 0x10b0aec0d000010, the FCIDs 0xc0b0a00 and 0x16151400.
+// The interface under test and its peer. As numbers in messages the names are 0x30201bf5e000020
+// and 0x10b0abf5e000010, the FCIDs 0xc0b0a00 and 0x16151400.
 inline constexpr vsan_id_t own_vsan = 10;
-inline constexpr wwn_t own_port = {.str = {0x20, 0x00, 0x00, 0x0d, 0xec, 0x01, 0x02, 0x03}};
-inline constexpr wwn_t own_node = {.str = {0x20, 0x01, 0x00, 0x0d, 0xec, 0x01, 0x02, 0x03}};
+inline constexpr wwn_t own_port = {.str = {0x20, 0x00, 0x00, 0x5E, 0xBF, 0x01, 0x02, 0x03}};
+inline constexpr wwn_t own_node = {.str = {0x20, 0x01, 0x00, 0x5E, 0xBF, 0x01, 0x02, 0x03}};
 inline constexpr fcid_t own_fcid = {.str = {0x00, 0x0a, 0x0b, 0x0c}};
-inline constexpr wwn_t peer_port = {.str = {0x10, 0x00, 0x00, 0x0d, 0xec, 0x0a, 0x0b, 0x01}};
+inline constexpr wwn_t peer_port = {.str = {0x10, 0x00, 0x00, 0x5E, 0xBF, 0x0a, 0x0b, 0x01}};
 inline constexpr fcid_t peer_fcid = {.str = {0x00, 0x14, 0x15, 0x16}};
 inline constexpr fcid_t broadcast_fcid = {.str = {0x00, 0xFF, 0xFF, 0xFF}};
 

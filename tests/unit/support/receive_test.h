@@ -9,9 +9,9 @@ protected:
     using Lines = std::vector<std::string>;
 
     // Network headers: from the peer to this port, to all, and to a group.
-    static constexpr const char* to_own = "10 00 00 0d ec 01 02 03 10 00 00 0d ec 0a 0b 01 ";
-    static constexpr const char* to_all = "10 00 ff ff ff ff ff ff 10 00 00 0d ec 0a 0b 01 ";
-    static constexpr const char* to_group = "10 00 01 00 5e 00 00 01 10 00 00 0d ec 0a 0b 01 ";
+    static constexpr const char* to_own = "10 00 00 5e bf 01 02 03 10 00 00 5e bf 0a 0b 01 ";
+    static constexpr const char* to_all = "10 00 ff ff ff ff ff ff 10 00 00 5e bf 0a 0b 01 ";
+    static constexpr const char* to_group = "10 00 01 00 5e 00 00 01 10 00 00 5e bf 0a 0b 01 ";
     // LLC/SNAP headers.
     static constexpr const char* ip = "aa aa 03 00 00 00 08 00 ";
     static constexpr const char* arp = "aa aa 03 00 00 00 08 06 ";

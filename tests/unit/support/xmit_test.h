@@ -57,13 +57,13 @@ protected:
     static constexpr const char* ipv4_packet =
         "45 00 00 14 00 00 00 00 40 01 00 00 0a 00 00 01 0a 00 00 02";
     static constexpr const char* arp_request =
-        "00 12 08 00 0c 04 00 01 20 00 00 0d ec 01 02 03 00 0a 0b 0c 0a 00 00 01 "
+        "00 12 08 00 0c 04 00 01 20 00 00 5e bf 01 02 03 00 0a 0b 0c 0a 00 00 01 "
         "00 00 00 00 00 00 00 00 00 00 00 00 0a 00 00 02";
     // Destination copy and network header.
-    static constexpr const char* to_peer = "10 00 00 0d ec 0a 0b 01 00 14 15 16 "
-                                           "10 00 00 0d ec 0a 0b 01 10 00 00 0d ec 01 02 03 ";
+    static constexpr const char* to_peer = "10 00 00 5e bf 0a 0b 01 00 14 15 16 "
+                                           "10 00 00 5e bf 0a 0b 01 10 00 00 5e bf 01 02 03 ";
     static constexpr const char* to_all = "10 00 ff ff ff ff ff ff 00 ff ff ff "
-                                          "10 00 ff ff ff ff ff ff 10 00 00 0d ec 01 02 03 ";
+                                          "10 00 ff ff ff ff ff ff 10 00 00 5e bf 01 02 03 ";
     // LLC/SNAP headers.
     static constexpr const char* ip = "aa aa 03 00 00 00 08 00 ";
     static constexpr const char* arp = "aa aa 03 00 00 00 08 06 ";

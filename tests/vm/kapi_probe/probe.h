@@ -25,7 +25,7 @@ enum probe_command : unsigned int {
     PROBE_REMOVE_DOOMED, // takes the proc entry "doomed" away
     PROBE_REFUSE_HEADER, // arg 1: header construction frees the buffer and fails
     PROBE_SENT,          // packets that left with header and payload as they should
-    PROBE_SQUAT,          // arg 1: takes the name brim_sw/ipfc under /proc; 0: gives it back
+    PROBE_SQUAT,         // arg 1: takes the name brim_sw/ipfc under /proc; 0: gives it back
 };
 
 #ifdef __KERNEL__

@@ -45,10 +45,14 @@ static const struct header_ops glue_header_ops = {
 
 // The lock checker complains of a hardware type that it knows no lock class for, and the driver's
 // is such a one. So registration begins with none, and the true one is back before anybody can see
-// the device: the kernel calls this between the two.
+// the device: the kernel calls this between the two. Packets leave through another device, inside
+// this one's transmit lock, so its locks are of classes of their own.
 static int init_device(struct net_device* dev)
 {
     dev->type = kapi_netdev(dev)->type;
+#ifdef netdev_lockdep_set_classes
+    netdev_lockdep_set_classes(dev);
+#endif
     return 0;
 }
 
