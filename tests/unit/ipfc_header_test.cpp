@@ -105,10 +105,10 @@ TEST_F(HeaderTest, the_fcid_alone_makes_a_broadcast)
 {
     const ipfc_ll_addr_t odd = address("21:22:23:24:25:26:27:28", broadcast_fcid);
     EXPECT_EQ(headers_for(&odd, &own_address).substr(0, 71),
-              "21 22 23 24 25 26 27 28 00 ff ff ff 10 00 ff ff ff ff ff ff 10 00 00 0d");
+              "21 22 23 24 25 26 27 28 00 ff ff ff 10 00 ff ff ff ff ff ff 10 00 00 5e");
     const ipfc_ll_addr_t ones = address("10:00:ff:ff:ff:ff:ff:ff", peer_fcid);
     EXPECT_EQ(headers_for(&ones, &own_address).substr(0, 71),
-              "10 00 ff ff ff ff ff ff 00 14 15 16 10 00 ff ff ff ff ff ff 10 00 00 0d");
+              "10 00 ff ff ff ff ff ff 00 14 15 16 10 00 ff ff ff ff ff ff 10 00 00 5e");
     EXPECT_EQ(table_of(priv), (Lines{"0 10:00:ff:ff:ff:ff:ff:ff > 141516"}));
 }
 

@@ -38,7 +38,7 @@ TEST_F(ReceiveArpTest, an_ethernet_request_goes_through_its_steps_in_order)
                      "\n",
                      "101 Received ARP packet with old hardware format, faking to new format and "
                      "pass it to IP stack\n",
-                     "101 ipfc_data_ready: Received pkt - sender hwaddr:0.d.ec.a.b.1 "
+                     "101 ipfc_data_ready: Received pkt - sender hwaddr:0.5e.bf.a.b.1 "
                      "ipaddr:0xa000002 target hwaddr:0.0.0.0.0.0 ipaddr:0xa000001\n ",
                      "netif_rx vsan10", passed_up}));
     EXPECT_EQ(counters(), "rx_packets=1 rx_bytes=52 multicast=1 ifInMulticastPkts=1 "
@@ -149,7 +149,7 @@ TEST_F(ReceiveArpTest, no_memory_for_the_conversion_drops_the_packet)
                      "\n",
                      "101 Received ARP packet with old hardware format, faking to new format and "
                      "pass it to IP stack\n",
-                     "101 ipfc_data_ready: Received pkt - sender hwaddr:0.d.ec.a.b.1 "
+                     "101 ipfc_data_ready: Received pkt - sender hwaddr:0.5e.bf.a.b.1 "
                      "ipaddr:0xa000002 target hwaddr:0.0.0.0.0.0 ipaddr:0xa000001\n ",
                      "100 ipfc_data_ready: Cannot expand skb\n"}));
     EXPECT_EQ(counters(), "rx_packets=1 rx_bytes=52 ifHCInOctets=52 ifHCInUcastPkts=1");

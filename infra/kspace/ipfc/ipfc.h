@@ -82,7 +82,7 @@ struct kvsan_interface_priv_ {
 };
 using kvsan_interface_priv_t = kvsan_interface_priv_;
 
-enum logo_req_t { SEND_LOGO = 0, DONT_SEND_LOGO = 1 };
+enum logo_req_t : std::uint32_t { SEND_LOGO = 0, DONT_SEND_LOGO = 1 };
 
 // ---- globals (ipfc_mod.cpp) ----
 
