@@ -165,16 +165,15 @@ void watch_rates(const Watch& watch, Driver& driver, Output& output)
 {
     const EndSignals signals;
     Samples before;
-    Clock::time_point next = Clock::now();
     for (uint64_t drawn = 1;; ++drawn) {
         Samples now = take_samples(watch, driver);
+        // From the end of the reading, so that two readings are never closer than the period.
+        const Clock::time_point next = Clock::now() + kPeriod;
         if (!output.redraw(to_table(before, now, output), to_json(before, now)) ||
             drawn == watch.count) {
             return;
         }
         before = std::move(now);
-        // A late reading moves the later ones, so that they keep their distance.
-        next = std::max(next + kPeriod, Clock::now());
         if (signals.came_before(next)) {
             return;
         }
