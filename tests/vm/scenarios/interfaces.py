@@ -101,7 +101,7 @@ def first_and_last(a, device):
     )
     expect(interfaces(a) == ["vsan0", "vsan10", "vsan4095"], f"both are there: {interfaces(a)}")
     a.run("ip link set vsan0 up && ip link set vsan4095 up")
-    device.check((f"ioctl {DELETE} edge {interface(0)}", 0), (f"ioctl {DELETE} edge {interface(4095)}", 0))
+    device.check(*((f"ioctl {DELETE} edge {interface(vsan)}", 0) for vsan in (0, 4095)))
     expect(interfaces(a) == ["vsan10"], f"and gone: {interfaces(a)}")
 
 
