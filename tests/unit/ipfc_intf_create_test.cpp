@@ -20,7 +20,6 @@ extern "C" proc_dir_entry* __wrap_kapi_create_proc_entry(const char* name, mode_
 
 namespace {
 
-using twin::Source;
 
 class InterfaceCreateTest : public ControlTest {};
 

@@ -5,7 +5,6 @@
 namespace {
 
 using twin::Kind;
-using twin::Source;
 
 struct FailingStep {
     const char* name;

@@ -136,11 +136,11 @@ TEST_F(ManagementTest, a_refused_operation_fills_nothing_in)
         ipfc_get_intf_ioctl_t info;
         memcpy(&info, pattern.data(), sizeof info);
         EXPECT_LT(ipfc_dev_get_intf_info(&info), 0);
-        EXPECT_EQ(memcmp(&info, pattern.data(), sizeof info), 0);
+        EXPECT_EQ(bytes_of(info), Bytes(pattern.begin(), pattern.begin() + sizeof info));
         ipfc_intf_stats_ioctl_t stats;
         memcpy(&stats, pattern.data(), sizeof stats);
         EXPECT_LT(ipfc_dev_intf_stats(&stats), 0);
-        EXPECT_EQ(memcmp(&stats, pattern.data(), sizeof stats), 0);
+        EXPECT_EQ(bytes_of(stats), Bytes(pattern.begin(), pattern.begin() + sizeof stats));
     }
 }
 

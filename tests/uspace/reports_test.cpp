@@ -205,7 +205,7 @@ TEST(SecondaryAddresses, WithAWrongLineAreRefused)
 }
 
 struct ProcTree : testing::Test {
-    void put(const std::string& name, const std::string& text)
+    void put(const std::string& name, const std::string& text) const
     {
         const std::filesystem::path path = directory.path() / name;
         std::filesystem::create_directories(path.parent_path());

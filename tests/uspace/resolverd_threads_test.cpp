@@ -150,18 +150,18 @@ protected:
         stop();
     }
 
-    void add_interface(const std::string& name)
+    void add_interface(const std::string& name) const
     {
         std::filesystem::create_directories(configuration_.reports);
         ipfc_test::write_file(configuration_.reports + "/" + name, "");
     }
-    void remove_interface(const std::string& name)
+    void remove_interface(const std::string& name) const
     {
         std::filesystem::remove(configuration_.reports + "/" + name);
     }
 
     void start() { start(name_server_); }
-    void start(std::shared_ptr<NameServer> name_server)
+    void start(const std::shared_ptr<NameServer>& name_server)
     {
         const ipfc::FileDescriptor log(
             ::open(log_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));

@@ -72,7 +72,7 @@ struct ToolSetup : testing::Test {
         return line + "\n";
     }
 
-    void put(const std::string& name, const std::string& text)
+    void put(const std::string& name, const std::string& text) const
     {
         const std::filesystem::path path = directory.path() / "proc" / name;
         std::filesystem::create_directories(path.parent_path());

@@ -36,7 +36,7 @@ class Port:
     def __init__(self, number, vsan):
         self.number, self.vsan = number, vsan
         self.device = f"vsan{vsan}"
-        self.port_name = f"20:{vsan:02x}:02:00:00:00:00:{number:02x}"
+        self.port_name = f"20:{vsan & 0xFF:02x}:02:00:00:00:{vsan >> 8:02x}:{number:02x}"
         self.node_name = f"10:00:02:00:00:00:00:{number:02x}"
         self.fcid = number * 10 << 16 | vsan << 8 | 1
         self.ipv4 = f"10.{vsan}.0.{number}"

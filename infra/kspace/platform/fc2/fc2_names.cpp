@@ -245,8 +245,10 @@ bool forget_silent_ones(fc2_stack* stack) KAPI_EXCLUDES(stack->lock)
 {
     irqsave_guard guard(stack->lock);
     bool any = false;
-    while (!list_empty(&stack->names.others)) {
-        auto* oldest = list_entry(stack->names.others.next, fc2_name, order);
+    list_head* const others = &stack->names.others;
+    for (list_head *at = others->next, *next; at != others; at = next) {
+        next = at->next;
+        auto* oldest = list_entry(at, fc2_name, order);
         if (time_after(oldest->due, jiffies))
             break;
         forget(&stack->names, oldest);
@@ -257,10 +259,9 @@ bool forget_silent_ones(fc2_stack* stack) KAPI_EXCLUDES(stack->lock)
 
 void free_all(list_head* names)
 {
-    while (!list_empty(names)) {
-        auto* name = list_entry(names->next, fc2_name, order);
-        list_del_init(&name->order);
-        kfree(name);
+    for (list_head *at = names->next, *next; at != names; at = next) {
+        next = at->next;
+        kfree(list_entry(at, fc2_name, order));
     }
 }
 
