@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include <poll.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <system_error>
@@ -102,6 +103,12 @@ TEST_F(FabricTest, WatchOfAnUnchangedProcFileIsNotRaised)
 {
     FabricNameServer mounts("/proc/self/mounts");
     EXPECT_FALSE(is_raised(*mounts.watch()));
+}
+
+TEST_F(FabricTest, WatchOfAPipeFailsWithoutWaitingForAWriter)
+{
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    EXPECT_THROW(name_server_.watch(), std::system_error);
 }
 
 class StaticTableTest : public testing::Test {

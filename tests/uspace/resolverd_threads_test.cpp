@@ -5,6 +5,7 @@
 #include "temporary_directory.h"
 
 #include "ipfc-resolverd/daemon.h"
+#include "ipfc-resolverd/fabric_name_server.h"
 #include "ipfc-resolverd/query_runner.h"
 #include "ipfc-resolverd/static_table.h"
 
@@ -15,6 +16,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -254,6 +256,22 @@ TEST_F(DaemonTest, KeepsAnsweringWhileAQueryHangsAndAnswersThatOneNotFound)
     ASSERT_TRUE(driver_.wait_for_commands(2));
     EXPECT_THAT(driver_.commands(), ElementsAre("add 10 20:00:00:00:00:00:00:0b 0x0a0102",
                                                 "not-found 10 20:00:00:00:00:00:00:0a"));
+}
+
+// A pipe that nobody writes holds up whoever opens it, as a file on a server that is down does.
+TEST_F(DaemonTest, KeepsAnsweringWhenTheFabricsFileHoldsUpItsReaders)
+{
+    const std::string pipe = directory_.file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    configuration_.queries.timeout = 100ms;
+    start(std::make_shared<FabricNameServer>(pipe));
+    driver_.send_packet(kA);
+    driver_.send_packet(kB);
+    EXPECT_TRUE(driver_.wait_for_commands(2));
+    EXPECT_THAT(driver_.commands(), UnorderedElementsAre("not-found 10 20:00:00:00:00:00:00:0a",
+                                                         "not-found 10 20:00:00:00:00:00:00:0b"));
+    stop();
+    const ipfc::FileDescriptor writer(::open(pipe.c_str(), O_RDWR | O_CLOEXEC)); // lets them go
 }
 
 TEST_F(DaemonTest, DoesNotAnswerTwiceWhenAHungQueryComesBack)

@@ -19,8 +19,9 @@ namespace {
 /// Raised (POLLPRI) while the file differs from what this open file last read from its start.
 class ProcSignal : public ChangeSignal {
 public:
+    // The loop itself opens it: should the path lead to a pipe, nobody waits for a writer.
     explicit ProcSignal(const std::string& path)
-        : path_(path), file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC))
+        : path_(path), file_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
     {
         if (!file_) {
             throw std::system_error(errno, std::generic_category(), path);
