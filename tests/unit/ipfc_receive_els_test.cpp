@@ -90,7 +90,7 @@ TEST_F(ReceiveElsTest, a_logo_works_under_the_tables_lock_and_never_lets_it_go)
                      "write_unlock_bh hash_lock"}));
 }
 
-TEST_F(ReceiveElsTest, a_logo_shorter_than_its_record_is_a_reception_error)
+TEST_F(ReceiveElsTest, a_logo_that_ends_before_its_port_name_does_is_a_reception_error)
 {
     add_peer();
     const Bytes whole = logo_of(peer_text);
@@ -174,11 +174,11 @@ TEST_F(ReceiveElsTest, a_plogi_takes_the_tables_lock_once)
               (Lines{"write_lock_bh hash_lock", "write_unlock_bh hash_lock"}));
 }
 
-TEST_F(ReceiveElsTest, a_plogi_shorter_than_its_record_is_a_reception_error)
+TEST_F(ReceiveElsTest, a_plogi_that_ends_before_its_port_name_does_is_a_reception_error)
 {
     add_exchange(priv, add_peer(), own_fcid, 7);
     const Bytes whole = plogi_of(peer_text);
-    for (std::size_t length = 0; length < whole.size(); ++length) {
+    for (std::size_t length = 0; length < 28; ++length) {
         for (const unsigned linear : {~0u, 0u, 21u}) {
             IncomingIu iu = els(plogi_received,
                                 Bytes(whole.begin(), whole.begin() + static_cast<long>(length)));
@@ -189,6 +189,14 @@ TEST_F(ReceiveElsTest, a_plogi_shorter_than_its_record_is_a_reception_error)
     }
     EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=7"}));
     EXPECT_EQ(heap().live(Kind::skb), 0u);
+}
+
+TEST_F(ReceiveElsTest, a_plogi_that_ends_with_its_port_name_is_read)
+{
+    add_exchange(priv, add_peer(), own_fcid, 7);
+    const Bytes whole = plogi_of(peer_text);
+    receive(els(plogi_received, Bytes(whole.begin(), whole.begin() + 28)));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
 }
 
 TEST_F(ReceiveElsTest, a_paged_plogi_is_read)
@@ -209,16 +217,20 @@ TEST_F(ReceiveElsTest, link_services_do_not_touch_the_time_of_reception_or_the_c
     EXPECT_EQ(counters(), "");
 }
 
-TEST_F(ReceiveElsTest, link_services_without_memory_to_read_them_are_reception_errors)
+TEST_F(ReceiveElsTest, paged_link_services_are_read_without_memory)
 {
-    add_peer();
     for (const std::uint16_t opcode : {plogi_received, logo_received}) {
+        add_exchange(priv, add_peer(), own_fcid, 7);
         heap().fail_from(Kind::skb_data, 1);
-        IncomingIu iu = els(opcode, Bytes(200, 0));
-        iu.layout = {.headroom = 64, .tailroom = 0, .linear = 0};
+        IncomingIu iu =
+            els(opcode, opcode == plogi_received ? plogi_of(peer_text) : logo_of(peer_text));
+        iu.layout = {.headroom = 64, .tailroom = 0, .linear = 0, .page = 9};
         receive(std::move(iu));
-        EXPECT_EQ(messages(), (Lines{receiving, "100 Pkt reception error\n"}));
         heap().never_fail();
+        EXPECT_EQ(table_of(priv), opcode == plogi_received
+                                      ? Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}
+                                      : Lines{});
+        drop_mappings(priv);
     }
     EXPECT_EQ(heap().live(Kind::skb), 0u);
 }

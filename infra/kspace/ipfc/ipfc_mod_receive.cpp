@@ -75,22 +75,21 @@ bool find_interface(reception& rx)
     return true;
 }
 
-// The payload of a link service, or null when the buffer is too short for it.
+// The port name in the payload of a link service, all that is read of it; false when the buffer
+// ends before it does.
 template <typename payload_t>
-const payload_t* els_payload(sk_buff* skb)
+bool read_portname(const sk_buff* skb, wwn_t* portname)
 {
-    return pskb_may_pull(skb, sizeof(payload_t)) ? reinterpret_cast<const payload_t*>(skb->data)
-                                                 : nullptr;
+    return skb_copy_bits(skb, offsetof(payload_t, nport_wwn), portname, sizeof *portname) == 0;
 }
 
 void receive_logo(reception& rx)
 {
-    const auto* logo = els_payload<els_logo_t>(rx.skb);
-    if (logo == nullptr) {
+    wwn_t portname;
+    if (!read_portname<els_logo_t>(rx.skb, &portname)) {
         reject(rx);
         return;
     }
-    const wwn_t portname = logo->nport_wwn;
     IPFC_EVENT("VSAN %d: received LOGO from WWN = %s\n", rx.vsan_id, wwn_text(portname).str);
     write_lock_bh(&rx.priv->hash_lock);
     delete_exch_status_for_fcid(rx.priv->kwwpn_hash_table, portname, rx.header.d_id);
@@ -104,12 +103,11 @@ void receive_logo(reception& rx)
 // A fresh login from the peer discards the old exchange.
 void receive_plogi(reception& rx)
 {
-    const auto* plogi = els_payload<els_plogi_t>(rx.skb);
-    if (plogi == nullptr) {
+    wwn_t portname;
+    if (!read_portname<els_plogi_t>(rx.skb, &portname)) {
         reject(rx);
         return;
     }
-    const wwn_t portname = plogi->nport_wwn;
     IPFC_EVENT("VSAN %d: received PLOGI from WWN = %s\n", rx.vsan_id, wwn_text(portname).str);
     kpn_to_fcid_t* mapping = nullptr;
     write_lock_bh(&rx.priv->hash_lock);
