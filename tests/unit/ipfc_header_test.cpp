@@ -155,6 +155,27 @@ TEST_F(HeaderTest, a_second_packet_to_a_new_destination_finds_what_the_first_ent
     EXPECT_EQ(num_mapping_obj, 1);
 }
 
+TEST_F(HeaderTest, a_destination_known_with_its_fcid_is_only_looked_up)
+{
+    add_exchange(priv, add_peer(), own_fcid, 7);
+    name_lock(&priv->hash_lock, "hash_lock");
+    journal().clear();
+    headers_for(&peer_address, &own_address);
+    EXPECT_EQ(journal().texts({Source::lock}),
+              (Lines{"read_lock_bh hash_lock", "read_unlock_bh hash_lock"}));
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=7"}));
+}
+
+TEST_F(HeaderTest, what_is_allocated_is_allocated_atomically)
+{
+    const SkbPtr skb = make(0);
+    bh_disable(); // as under the network stack's locks
+    EXPECT_EQ(create(skb, &peer_address, &own_address), 60);
+    bh_enable();
+    EXPECT_EQ(num_mapping_obj, 1);
+    EXPECT_EQ(heap().served_atomically(), Lines{});
+}
+
 TEST_F(HeaderTest, a_destination_known_with_another_fcid_updates_the_table)
 {
     add_exchange(priv, add(peer_port, fcid(0x777777)), own_fcid, 7);

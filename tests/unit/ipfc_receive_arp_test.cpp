@@ -137,6 +137,13 @@ TEST_F(ReceiveArpTest, the_copy_keeps_the_headroom_and_the_tailroom)
     }
 }
 
+TEST_F(ReceiveArpTest, the_copy_is_allocated_atomically)
+{
+    receive_paged(joined({bytes(to_own), bytes(arp), bytes(ethernet_request)}), 0);
+    EXPECT_EQ(delivered_count(), 1u);
+    EXPECT_EQ(heap().served_atomically(), Lines{});
+}
+
 TEST_F(ReceiveArpTest, no_memory_for_the_conversion_drops_the_packet)
 {
     heap().fail_nth(Kind::skb, 1);

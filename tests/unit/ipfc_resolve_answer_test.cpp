@@ -146,6 +146,16 @@ TEST_F(AnswerTest, an_add_answer_without_memory_counts_a_node_and_leaves_the_pac
     EXPECT_EQ(skb_list_lenght, 1);
 }
 
+TEST_F(AnswerTest, an_add_answer_asks_for_memory_that_may_be_waited_for)
+{
+    make_interface(10, OWN_FCID);
+    const std::size_t before = twin::heap().served_atomically().size();
+    twin::bh_disable(); // where a wait would be noticed
+    EXPECT_EQ(user_add_pn_to_fcid_mapping(10, PEER_NAME, PEER_FCID), -1);
+    twin::bh_enable();
+    EXPECT_EQ(twin::heap().served_atomically().size(), before + 1);
+}
+
 TEST_F(AnswerTest, an_add_answer_moves_a_known_port_and_logs_out_its_old_fcid)
 {
     net_device* const dev = make_interface(10, OWN_FCID);

@@ -103,6 +103,31 @@ TEST_F(XmitArpTest, the_second_send_has_the_first_ones_header_with_its_length)
     EXPECT_EQ(platform().sends[1].locks, 0);
 }
 
+TEST_F(XmitArpTest, an_arp_packet_is_counted_after_both_sends)
+{
+    add_peer();
+    Lines seen;
+    platform().on_send = [&](const SentIu&) { seen.push_back(counters()); };
+    send(to_peer, arp, arp_request);
+    EXPECT_EQ(seen, (Lines{"", ""}));
+}
+
+TEST_F(XmitArpTest, every_copy_and_record_is_allocated_atomically)
+{
+    ivrip_add_entry(0, peer_port, fcid(0x300001), 0x0a000000);
+    add_peer();
+    const Lines before = heap().served_atomically(); // of the set-up
+    for (const char* const addresses : {to_peer, to_all}) {
+        sk_buff* const skb = make_skb(buffer(addresses, arp, arp_request)); // no room: copied
+        skb->dev = dev;
+        EXPECT_EQ(transmit(skb, dev), 0);
+    }
+    EXPECT_EQ(platform().sends.size(), 5u);
+    EXPECT_EQ(ipfc_skbs_copied, 4u);
+    EXPECT_EQ(num_exch_obj, 1);
+    EXPECT_EQ(heap().served_atomically(), before);
+}
+
 TEST_F(XmitArpTest, protocol_fields_and_operation_are_kept_in_the_old_form)
 {
     send(to_all, arp,

@@ -124,6 +124,16 @@ TEST_F(BroadcastTest, replicas_are_sent_with_interrupts_off_and_the_tables_lock_
     EXPECT_FALSE(context().irqs_off);
 }
 
+TEST_F(BroadcastTest, a_broadcast_is_counted_before_its_replicas_go_and_not_before_itself)
+{
+    add_host(0x300001, own_vsan);
+    Lines seen;
+    platform().on_send = [&](const SentIu&) { seen.push_back(counters()); };
+    send_broadcast();
+    EXPECT_EQ(seen, (Lines{"", "tx_packets=1 tx_bytes=44 ifOutBroadcastPkts=1 "
+                               "ifHCOutBroadcastPkts=1"}));
+}
+
 TEST_F(BroadcastTest, the_tables_lock_is_free_during_a_replicas_send)
 {
     add_host(0x300001, own_vsan);

@@ -217,6 +217,17 @@ TEST_F(XmitShortTest, a_packet_of_any_length_is_sent_as_long_as_its_headers_are_
     }
 }
 
+TEST_F(XmitShortTest, what_lies_behind_the_packet_does_not_mark_it_te_only)
+{
+    for (const char* const packet : {"", "2e 2e 2e 2e 2e 2e 2e 2e 2e"}) {
+        sk_buff* const skb = make(to_all, ip, packet);
+        std::fill_n(skb->data + skb->len, skb_tailroom(skb), std::uint8_t{0x2E});
+        EXPECT_EQ(transmit(skb, dev), 0);
+    }
+    EXPECT_EQ(header(0).flags, 0);
+    EXPECT_EQ(header(1).flags, 0);
+}
+
 TEST_F(XmitShortTest, an_arp_packet_of_any_length_neither_reads_nor_writes_beyond_it)
 {
     const Bytes whole = joined({buffer(to_all, arp, ""), Bytes(128, 0x2E)});
