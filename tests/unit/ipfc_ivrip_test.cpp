@@ -256,6 +256,25 @@ TEST_F(IvripTest, the_flat_list_holds_255_entries)
     EXPECT_EQ(text_of(list->did_list[0].d_id), "0000fe");
 }
 
+TEST_F(IvripTest, the_flat_list_does_not_stop_at_255_entries)
+{
+    for (std::uint32_t i = 0; i < 260; ++i)
+        ivrip_add_entry(i, peer_port, fcid(i), network(5));
+    // A caller with room for more than the record holds.
+    constexpr std::size_t slots = offsetof(ivrip_fcid_list_t, did_list);
+    const auto room = std::make_unique<std::uint8_t[]>(slots + 261 * 16);
+    std::memset(room.get(), 0xEE, slots + 261 * 16);
+    EXPECT_EQ(ivrip_get_did_list(reinterpret_cast<ivrip_fcid_list_t*>(room.get())), 0);
+    EXPECT_EQ(hex(std::span(room.get(), 4)), "04 01 00 00");
+    EXPECT_EQ(hex(std::span(room.get() + slots + 255 * 16, 5 * 16 + 4)),
+              "00 00 00 04 00 00 00 05 10 00 00 5e bf 0a 0b 01 "
+              "00 00 00 03 00 00 00 05 10 00 00 5e bf 0a 0b 01 "
+              "00 00 00 02 00 00 00 05 10 00 00 5e bf 0a 0b 01 "
+              "00 00 00 01 00 00 00 05 10 00 00 5e bf 0a 0b 01 "
+              "00 00 00 00 00 00 00 05 10 00 00 5e bf 0a 0b 01 "
+              "ee ee ee ee");
+}
+
 // ---- start and end ----
 
 TEST_F(IvripTest, entries_come_from_a_cache_of_their_own)
@@ -284,6 +303,21 @@ TEST_F(IvripTest, unloading_empties_the_table_and_leaves_the_entry_to_its_direct
     const Lines texts = journal().texts({Source::proc});
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "remove_proc_entry brim_sw/ipfc/ivrip_list"),
               0);
+}
+
+TEST_F(IvripTest, unloading_empties_the_table_under_its_lock_before_the_cache_goes)
+{
+    ivrip_add_entry(1, peer_port, fcid(1), 0);
+    ivrip_add_entry(2, peer_port, fcid(2), 0);
+    name_lock(&ivrip_list_lock, "ivrip_list_lock");
+    journal().clear();
+    ipfc_module().unload();
+    Lines texts = journal().texts({Source::lock, Source::slab});
+    std::erase_if(texts,
+                  [](const std::string& text) { return text.find("ivrip") == std::string::npos; });
+    EXPECT_EQ(texts,
+              (Lines{"spin_lock_irqsave ivrip_list_lock", "spin_unlock_irqrestore ivrip_list_lock",
+                     "kmem_cache_destroy ivrip_slab"}));
 }
 
 using IvripLoadTest = UnloadedModuleTest;

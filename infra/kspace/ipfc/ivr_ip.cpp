@@ -153,14 +153,14 @@ int ivrip_del_entry(fcid_t fcid, vsan_id_t vsan)
 // The walk does not stop at the record's 255 slots, deliberately: users keep the table small.
 int ivrip_get_did_list(ivrip_fcid_list_t* list)
 {
-    std::int32_t count = 0;
+    ivrip_fcid_info_t* slot = list->did_list;
     unsigned long flags;
     spin_lock_irqsave(&ivrip_list_lock, flags);
     for (list_head* link = ivrip_list_head.next; link != &ivrip_list_head; link = link->next) {
         const ivrip_entry_t* entry = list_entry(link, ivrip_entry_t, next);
-        list->did_list[count++] = {.d_id = entry->fcid, .vsan = entry->vsan, .pwwn = entry->pwwn};
+        *slot++ = {.d_id = entry->fcid, .vsan = entry->vsan, .pwwn = entry->pwwn};
     }
-    list->num_entries = count;
+    list->num_entries = static_cast<std::int32_t>(slot - list->did_list);
     spin_unlock_irqrestore(&ivrip_list_lock, flags);
     return 0;
 }
