@@ -268,6 +268,14 @@ typedef struct els_class_ {
     uint16_t cls6mc_rxid;
 } els_class_t;
 BRIM_STATIC_ASSERT(sizeof(els_class_t) == 16);
+BRIM_LAYOUT(els_class_t, serv_opts, 0, 2);
+BRIM_LAYOUT(els_class_t, initiator_ctl, 2, 2);
+BRIM_LAYOUT(els_class_t, rcpt_ctl, 4, 2);
+BRIM_LAYOUT(els_class_t, recv_size, 6, 2);
+BRIM_LAYOUT(els_class_t, concurrent_seqs, 8, 2);
+BRIM_LAYOUT(els_class_t, end2end_credit, 10, 2);
+BRIM_LAYOUT(els_class_t, open_seqs_per_xchg, 12, 2);
+BRIM_LAYOUT(els_class_t, cls6mc_rxid, 14, 2);
 
 typedef struct els_plogi_ {
     uint32_t code;
