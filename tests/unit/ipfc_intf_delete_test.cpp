@@ -3,7 +3,20 @@
 #include "support/control.h"
 
 #include <algorithm>
+#include <functional>
 #include <thread>
+
+// The linker sends the module's calls of remove_proc_entry here (see the test program's link
+// options): deletion makes one just before it empties the slot.
+static std::function<void(const char* name)> on_proc_removal;
+
+extern "C" void __real_kapi_remove_proc_entry(const char* name, proc_dir_entry* parent);
+extern "C" void __wrap_kapi_remove_proc_entry(const char* name, proc_dir_entry* parent)
+{
+    if (on_proc_removal)
+        on_proc_removal(name);
+    __real_kapi_remove_proc_entry(name, parent);
+}
 
 namespace {
 
@@ -80,6 +93,42 @@ TEST_F(InterfaceDeleteTest, deletion_has_its_effects_in_order)
     EXPECT_EQ(logo.arg3, 0);
     EXPECT_EQ(logo.arg4, 0xFFFFFFFFu);
     EXPECT_EQ(logo.locks, 0);
+}
+
+TEST_F(InterfaceDeleteTest, the_report_goes_and_the_slot_is_emptied_under_the_networks_lock)
+{
+    net_device* const dev = make_interface(10);
+    int removals = 0;
+    on_proc_removal = [&](const char* name) {
+        ++removals;
+        EXPECT_STREQ(name, "vsan10");
+        EXPECT_TRUE(twin::context().rtnl);
+        EXPECT_EQ(vsan_interfaces[10], dev) << "the report goes first";
+    };
+    EXPECT_EQ(ipfc_delete_vsan_interface(10), 0);
+    on_proc_removal = {};
+    EXPECT_EQ(removals, 1);
+}
+
+TEST_F(InterfaceDeleteTest, nobody_finds_the_interface_any_more_when_its_exchanges_end)
+{
+    net_device* const dev = make_interface(10, OWN_FCID);
+    put_mapping(dev, PEER_NAME, PEER_FCID, /*open=*/true);
+    int calls = 0;
+    platform().on_logo = [&](const SentLogo&) {
+        ++calls;
+        EXPECT_EQ(vsan_interfaces[10], nullptr);
+        EXPECT_TRUE(twin::is_registered(dev));
+    };
+    platform().on_option = [&](const SocketOption&) {
+        ++calls;
+        EXPECT_EQ(num_mapping_obj, 0);
+        EXPECT_TRUE(twin::is_registered(dev));
+    };
+    EXPECT_EQ(ipfc_delete_vsan_interface(10), 0);
+    platform().on_logo = {};
+    platform().on_option = {};
+    EXPECT_EQ(calls, 2);
 }
 
 TEST_F(InterfaceDeleteTest, the_n_port_is_removed_by_a_record_with_three_fields)

@@ -53,6 +53,37 @@ TEST_F(InterfaceUpdateTest, setting_an_fcid_has_its_effects_in_order)
                                             0x0A, 0x0B, 0x0C}));
 }
 
+TEST_F(InterfaceUpdateTest, the_fcid_and_the_address_are_set_when_the_n_port_is_added)
+{
+    net_device* const dev = make_interface(10);
+    int calls = 0;
+    platform().on_option = [&](const SocketOption&) {
+        ++calls;
+        EXPECT_EQ(ipfc_priv(dev)->fcid.num, OWN_FCID.num);
+        EXPECT_EQ(address_of(dev)[11], 0x0C);
+    };
+    EXPECT_EQ(ipfc_update_vsan_interface(10, OWN_FCID, 7, IPFC_UPD_INTF_SET_FCID), 0);
+    platform().on_option = {};
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(InterfaceUpdateTest, the_fcid_goes_behind_the_n_port_and_before_the_exchanges)
+{
+    net_device* const dev = make_interface(10, OWN_FCID);
+    put_mapping(dev, PEER_NAME, PEER_FCID, /*open=*/true);
+    Texts seen;
+    platform().on_option = [&](const SocketOption&) {
+        seen.push_back(ipfc_priv(dev)->fcid.num == OWN_FCID.num ? "N_Port, still set" : "N_Port");
+    };
+    platform().on_logo = [&](const SentLogo&) {
+        seen.push_back(ipfc_priv(dev)->fcid.num == 0 ? "LOGO, gone" : "LOGO");
+    };
+    EXPECT_EQ(ipfc_update_vsan_interface(10, NO_FCID, 0, IPFC_UPD_INTF_REM_FCID), 0);
+    platform().on_option = {};
+    platform().on_logo = {};
+    EXPECT_EQ(seen, (Texts{"N_Port, still set", "LOGO, gone"}));
+}
+
 TEST_F(InterfaceUpdateTest, the_n_port_is_added_by_the_record_byte_for_byte)
 {
     make_interface(0x123);

@@ -275,6 +275,15 @@ TEST_F(LoadFailureTest, the_module_can_be_loaded_after_a_failure)
     });
 }
 
+TEST_F(LoadFailureTest, a_major_number_that_is_taken_makes_start_up_fail_and_is_named)
+{
+    twin::take_major(42);
+    EXPECT_EQ(ipfc_module().load([] { major = 42; }), -16);
+    EXPECT_EQ(twin::log().raw(), Texts{"<3>ipfc - Unable to get major number 42. Aborting\n"});
+    EXPECT_EQ(major, 42);
+    EXPECT_FALSE(twin::find_char_device("ipfc"));
+}
+
 TEST_F(LoadFailureTest, a_positive_result_of_socket_creation_is_a_failure_and_passed_on)
 {
     platform().sock_create_result = 5;

@@ -7,11 +7,11 @@
 #include <cstdio>
 
 // The linker sends the module's calls of snprintf here (see the test program's link options).
-static std::atomic<unsigned> formatted{0};
+std::atomic<unsigned> texts_formatted{0};
 
 extern "C" int __wrap_snprintf(char* to, std::size_t size, const char* format, ...)
 {
-    ++formatted;
+    ++texts_formatted;
     va_list arguments;
     va_start(arguments, format);
     const int length = std::vsnprintf(to, size, format, arguments);
@@ -97,12 +97,12 @@ TEST_F(MessageTest, no_name_is_written_as_text_while_both_outlets_are_off)
 {
     make_interface(10, OWN_FCID);
     turn_all(false, false);
-    formatted = 0;
+    texts_formatted = 0;
     EXPECT_EQ(user_add_pn_to_fcid_mapping(10, PEER_NAME, PEER_FCID), -1);
     EXPECT_EQ(user_update_pn_to_fcid_mapping(10, PEER_NAME, NEW_FCID), 0);
     EXPECT_EQ(user_add_pn_to_fcid_mapping(10, PEER_NAME, PEER_FCID), -1);
     EXPECT_EQ(user_delete_pn_to_fcid_mapping(10, PEER_NAME), 0);
-    EXPECT_EQ(formatted, 0u);
+    EXPECT_EQ(texts_formatted, 0u);
 }
 
 TEST_F(MessageTest, a_name_is_written_as_text_once_for_each_outlet_that_is_on)
@@ -115,9 +115,9 @@ TEST_F(MessageTest, a_name_is_written_as_text_once_for_each_outlet_that_is_on)
     } rows[] = {{true, false, 2}, {false, true, 2}, {true, true, 4}};
     for (const auto& row : rows) {
         turn_all(row.history, row.log);
-        formatted = 0;
+        texts_formatted = 0;
         EXPECT_EQ(user_update_pn_to_fcid_mapping(10, PEER_NAME, NEW_FCID), 0);
-        EXPECT_EQ(formatted, row.formatted); // a name and an FCID
+        EXPECT_EQ(texts_formatted, row.formatted); // a name and an FCID
     }
 }
 
@@ -126,9 +126,9 @@ TEST_F(MessageTest, an_events_text_is_not_written_for_errors_alone)
     make_interface(10, OWN_FCID);
     turn(IPFC_DBG_ERRORS, true, true);
     turn(IPFC_DBG_EVENTS, false, false);
-    formatted = 0;
+    texts_formatted = 0;
     EXPECT_EQ(user_update_pn_to_fcid_mapping(10, PEER_NAME, NEW_FCID), 0);
-    EXPECT_EQ(formatted, 0u);
+    EXPECT_EQ(texts_formatted, 0u);
 }
 
 } // namespace

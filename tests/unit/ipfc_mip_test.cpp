@@ -194,10 +194,24 @@ TEST_F(MipTest, the_count_is_down_before_the_n_port_is_unregistered)
 {
     priv->num_sec_ip_addr = 1;
     std::int32_t seen = 99;
-    add_exchange(priv, add_peer(), secondary_fcid, 4);
-    platform().on_logo = [&](const SentLogo&) { seen = priv->num_sec_ip_addr; };
+    platform().on_option = [&](const SocketOption& option) {
+        EXPECT_EQ(option.option, 2);
+        seen = priv->num_sec_ip_addr;
+    };
     EXPECT_EQ(del_ip(mapping()), 0);
     EXPECT_EQ(seen, 0);
+}
+
+TEST_F(MipTest, an_address_is_counted_only_when_its_n_port_is_registered)
+{
+    std::int32_t seen = 99;
+    platform().on_option = [&](const SocketOption& option) {
+        EXPECT_EQ(option.option, 1);
+        seen = priv->num_sec_ip_addr;
+    };
+    EXPECT_EQ(add_ip(mapping()), 0);
+    EXPECT_EQ(seen, 0);
+    EXPECT_EQ(priv->num_sec_ip_addr, 1);
 }
 
 TEST_F(MipTest, mappings_that_go_during_a_logo_are_not_touched_again)

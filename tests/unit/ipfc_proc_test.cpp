@@ -2,6 +2,13 @@
 // Proc reports: their entries and their texts.
 #include "support/interface_test.h"
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+// The module's calls of snprintf, counted by ipfc_message_test.cpp.
+extern std::atomic<unsigned> texts_formatted;
+
 namespace {
 
 using namespace twin;
@@ -174,7 +181,29 @@ TEST_F(ProcTest, mappings_and_exchanges_follow_in_bucket_chain_and_list_order)
                                                      "   exch with 0xfffefd handle = ffffffff\n");
 }
 
-TEST_F(ProcTest, the_table_is_read_under_its_lock_and_the_header_before_it)
+// A reader that waits for the lock has its header already.
+TEST_F(ProcTest, the_header_is_read_before_the_lock_is_taken)
+{
+    name_lock(&priv->hash_lock, "hash_lock");
+    write_lock_bh(&priv->hash_lock);
+    texts_formatted = 0;
+    std::string report;
+    Process reader([&] {
+        report = proc_read(report_path);
+        return 0L;
+    });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    // An FCID and two names.
+    while (texts_formatted < 3 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    EXPECT_EQ(texts_formatted, 3u);
+    priv->fcid = fcid(0x777777);
+    write_unlock_bh(&priv->hash_lock);
+    EXPECT_EQ(reader.result(), 0);
+    EXPECT_EQ(report, empty_report);
+}
+
+TEST_F(ProcTest, the_table_is_read_under_its_lock)
 {
     add_exchange(priv, add_peer(), own_fcid, 1);
     name_lock(&priv->hash_lock, "hash_lock");

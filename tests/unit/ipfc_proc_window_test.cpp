@@ -166,6 +166,16 @@ TEST_F(ProcWindowTest, what_lies_before_the_offset_is_overwritten_behind_each_ex
     EXPECT_EQ(called.page.substr(0, 40), "   exch with 0x0a0b02 handle = 00000005\n");
 }
 
+TEST_F(ProcWindowTest, an_exchange_line_that_ends_at_the_offset_is_overwritten)
+{
+    fill(4, true);
+    const auto size = static_cast<long>(whole().size());
+    const HandlerResult called = call_read_proc(find_proc(report_path), size - 40, 100);
+    EXPECT_EQ(called.result, 40);
+    EXPECT_EQ(called.start, 0) << "nothing is in the page but what the reader gets";
+    EXPECT_EQ(called.page.substr(0, 40), "   exch with 0x0a0b02 handle = 00000005\n");
+}
+
 // ---- tables larger than a page ----
 
 class ProcLargeTest : public ProcWindowTest, public ::testing::WithParamInterface<int> {};
@@ -219,6 +229,22 @@ TEST_F(ProcWindowTest, a_thousand_mappings_are_read_to_the_end_by_any_reader)
     fill(1000, true);
     EXPECT_EQ(proc_read(report_path, 4096), whole());
     EXPECT_EQ(proc_read(report_path, 65536), whole());
+}
+
+// What lies before the first exchange line stays in the buffer, in front of all that is wanted.
+TEST_F(ProcWindowTest, many_exchanges_behind_many_mappings_are_read_to_the_end)
+{
+    fill(80, false);
+    kpn_to_fcid_t* last = priv->kwwpn_hash_table[0];
+    while (last->next != nullptr)
+        last = last->next;
+    std::string text = whole();
+    for (unsigned i = 0; i < 200; ++i) {
+        add_exchange(priv, last, fcid(0x0a0b00u + i), static_cast<std::int32_t>(i));
+        text += strf("   exch with 0x0a0b%02x handle = %08x\n", i, i);
+    }
+    for (const std::size_t count : {100u, 3072u, 65536u})
+        EXPECT_EQ(proc_read(report_path, count), text) << count;
 }
 
 TEST_F(ProcWindowTest, mappings_of_other_interfaces_only_make_the_buffer_larger)

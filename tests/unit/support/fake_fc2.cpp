@@ -134,10 +134,8 @@ int kfc2_sock_bind(socket* sock, sockaddr_fc2* addr, int length)
 int kfc2_setsockopt(socket* sock, int level, int option, void* value, int length)
 {
     might_sleep("kfc2_setsockopt");
-    std::lock_guard guard(mutex);
     FakePlatform& fake = platform();
-    is_open(sock, "kfc2_setsockopt");
-    SocketOption record{level, option, length, {}, take_or(fake.option_results, 0)};
+    SocketOption record{level, option, length, {}, 0};
     if (length == static_cast<int>(sizeof(record.value)))
         std::memcpy(&record.value, value, sizeof(record.value));
     else
@@ -145,9 +143,19 @@ int kfc2_setsockopt(socket* sock, int level, int option, void* value, int length
     const char* const name = option == FC2_OPT_ADD_NPORT  ? "ADD_NPORT"
                              : option == FC2_OPT_RM_NPORT ? "RM_NPORT"
                                                           : "unknown option";
-    journal().add(Source::platform, strf("kfc2_setsockopt %s vsan %u %s", name, record.value.vsan,
-                                         fcid_text(record.value.d_id).c_str()));
-    fake.options.push_back(record);
+    std::function<void(const SocketOption&)> hook;
+    {
+        std::lock_guard guard(mutex);
+        is_open(sock, "kfc2_setsockopt");
+        record.result = take_or(fake.option_results, 0);
+        journal().add(Source::platform,
+                      strf("kfc2_setsockopt %s vsan %u %s", name, record.value.vsan,
+                           fcid_text(record.value.d_id).c_str()));
+        fake.options.push_back(record);
+        hook = fake.on_option;
+    }
+    if (hook)
+        hook(record);
     return record.result;
 }
 

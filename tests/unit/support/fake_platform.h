@@ -98,6 +98,7 @@ public:
     std::deque<int> send_results;               // for the next calls
     std::function<void(const SentIu&)> on_send; // runs inside the send, before its result
     std::function<void(const SentLogo&)> on_logo;
+    std::function<void(const SocketOption&)> on_option;
     std::map<if_index_t, int> vsan_of_interface; // absent, or negative: an error number
 
     // ---- FC-2 stack: records ----

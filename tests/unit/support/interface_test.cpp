@@ -190,5 +190,6 @@ void InterfaceTest::tidy()
 {
     platform().on_send = {};
     platform().on_logo = {};
+    platform().on_option = {};
     UnloadedModuleTest::tidy();
 }
