@@ -126,6 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Line{{"map"}, "a command is missing; see \"ipfcctl map"},
         Line{{"map", "forget"}, "unknown command \"forget\"; see \"ipfcctl map"},
+        Line{{"map", "show", "10"}, "WWPN is required; see \"ipfcctl map show"},
         Line{{"map", "add", "10", kName}, "FCID is required; see \"ipfcctl map add"},
         Line{{"map", "add", "4096", kName, "0x0a0b0c"},
              "VSAN \"4096\": the highest VSAN is 4095; see \"ipfcctl map add"},

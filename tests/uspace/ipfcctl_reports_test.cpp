@@ -213,6 +213,14 @@ std::vector<Report> table_reports()
          "vsan10     21:00:00:e0:8b:01:02:03  0x0a0b0d          2\n"
          "vsan10     10:00:00:00:00:00:00:07  0x0a0b0e          0\n",
          '[' + kMapping1 + ",\"exchanges\":2}," + kMapping2 + ",\"exchanges\":0}]"},
+        {"map-show",
+         {"map", "show", "10", "1000000000000007"},
+         "vsan10: 10:00:00:00:00:00:00:07 at 0x0a0b0e\n",
+         kMapping2 + '}'},
+        {"map-show",
+         {"-s", "map", "show", "10", "21:00:00:e0:8b:01:02:03"},
+         "vsan10: 21:00:00:e0:8b:01:02:03 at 0x0a0b0d exchanges 2\n",
+         kMapping1 + ",\"exchanges\":2}"},
         {"resolve",
          {"resolve", "--count", "1"},
          "vsan10 21:00:00:e0:8b:01:02:03\n",
@@ -510,6 +518,13 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Refusal{{"exchange", "list", "11"},
                 "exchange list 11: VSAN does not exist (errno 2, ENOENT)"},
+        Refusal{{"map", "show", "11", "1000000000000009"},
+                "map show 11 1000000000000009: VSAN does not exist (errno 2, ENOENT)"},
+        // All eight bytes count here.
+        Refusal{{"map", "show", "10", "1000000000000107"},
+                "map show 10 1000000000000107: no mapping for this port name (errno 2, ENOENT)"},
+        Refusal{{"map", "show", "10", "2000000000000007"},
+                "map show 10 2000000000000007: no mapping for this port name (errno 2, ENOENT)"},
         Refusal{{"exchange", "show", "10", "1000000000000009"},
                 "exchange show 10 1000000000000009: no mapping for this port name (errno 2, "
                 "ENOENT)"},

@@ -8,7 +8,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <cstdio>
 
 namespace ipfcctl {
@@ -102,18 +101,6 @@ void list(Driver& driver, Output& output, std::optional<vsan_id_t> vsan)
         return ipfc::read_interface_report(driver.reports(), each);
     });
     output.show(list_to_table(reports, output), list_to_json(reports, output));
-}
-
-const Mapping& mapping_of(const InterfaceReport& report, wwn_t port_name)
-{
-    const auto found =
-        std::find_if(report.mappings.begin(), report.mappings.end(), [&](const Mapping& mapping) {
-            return mapping.port_name.num == port_name.num;
-        });
-    if (found == report.mappings.end()) {
-        throw ipfc::DeviceError("no mapping for this port name", ENOENT);
-    }
-    return *found;
 }
 
 void show(Driver& driver, Output& output, vsan_id_t vsan, wwn_t port_name)

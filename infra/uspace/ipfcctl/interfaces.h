@@ -6,6 +6,7 @@
 #include "libipfc/interface_report.h"
 #include "libipfc/refusal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <utility>
@@ -33,6 +34,18 @@ auto ask_each(Driver& driver, std::optional<vsan_id_t> vsan, Ask ask)
         }
     }
     return answers;
+}
+
+/// The interface's mapping of the name, compared in full; throws DeviceError when there is none.
+inline const ipfc::Mapping& mapping_of(const ipfc::InterfaceReport& report, wwn_t port_name)
+{
+    const auto found = std::find_if(
+        report.mappings.begin(), report.mappings.end(),
+        [&](const ipfc::Mapping& mapping) { return mapping.port_name.num == port_name.num; });
+    if (found == report.mappings.end()) {
+        throw ipfc::DeviceError("no mapping for this port name", ENOENT);
+    }
+    return *found;
 }
 
 } // namespace ipfcctl

@@ -58,18 +58,23 @@ std::string list_to_table(const std::vector<InterfaceReport>& reports, const Out
     return table.text(output.color());
 }
 
+Json to_json(const InterfaceReport& report, const Mapping& mapping, const Output& output)
+{
+    Json value{{"vsan", report.vsan},
+               {"ifname", interface_name(report.vsan)},
+               {"wwpn", ipfc::to_text(mapping.port_name)},
+               {"fcid", json_of(mapping.fcid)}};
+    if (output.details()) {
+        value["exchanges"] = mapping.exchanges.size();
+    }
+    return value;
+}
+
 Json list_to_json(const std::vector<InterfaceReport>& reports, const Output& output)
 {
     Json values = Json::array();
     for_each_mapping(reports, [&](const InterfaceReport& report, const Mapping& mapping) {
-        Json value{{"vsan", report.vsan},
-                   {"ifname", interface_name(report.vsan)},
-                   {"wwpn", ipfc::to_text(mapping.port_name)},
-                   {"fcid", json_of(mapping.fcid)}};
-        if (output.details()) {
-            value["exchanges"] = mapping.exchanges.size();
-        }
-        values.push_back(value);
+        values.push_back(to_json(report, mapping, output));
     });
     return values;
 }
@@ -80,6 +85,19 @@ void list(Driver& driver, Output& output, std::optional<vsan_id_t> vsan)
         return ipfc::read_interface_report(driver.reports(), each);
     });
     output.show(list_to_table(reports, output), list_to_json(reports, output));
+}
+
+void show(Driver& driver, Output& output, vsan_id_t vsan, wwn_t port_name)
+{
+    const InterfaceReport report = ipfc::read_interface_report(driver.reports(), vsan);
+    const Mapping& mapping = mapping_of(report, port_name);
+    std::string text = output.paint(Style::interface, interface_name(report.vsan)) + ": " +
+                       output.paint(Style::wwn, ipfc::to_text(mapping.port_name)) + " at " +
+                       output.paint(Style::fcid, text_or_dash(mapping.fcid));
+    if (output.details()) {
+        text += " exchanges " + std::to_string(mapping.exchanges.size());
+    }
+    output.show(text, to_json(report, mapping, output));
 }
 
 void add(ipfc::ControlDevice& device, vsan_id_t vsan, wwn_t port_name, fcid_t fcid)
@@ -149,6 +167,14 @@ void add_map_commands(CLI::App& root, Session& session)
                 {kOptionalVsanArgument}, [](const Words& words) -> DriverAction {
                     return [vsan = optional_vsan_in(words)](Driver& driver, Output& output) {
                         list(driver, output, vsan);
+                    };
+                });
+    add_command(map, session, "show", "Show where one port is", {kVsanArgument, kPortName},
+                [](const Words& words) -> DriverAction {
+                    const vsan_id_t vsan = vsan_in(words);
+                    const wwn_t port_name = port_name_in(words);
+                    return [=](Driver& driver, Output& output) {
+                        show(driver, output, vsan, port_name);
                     };
                 });
     add_answers(map, session);
