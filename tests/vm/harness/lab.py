@@ -8,7 +8,7 @@ import time
 from . import initramfs, messages, wire
 from .errors import Failure, NotReady
 from .kernel import ROOT
-from .machine import Machine
+from .machine import MEMORY, Machine
 
 #: What a machine needs to see its network card; on some kernels these are built in.
 STOCK_MODULES = ("virtio_pci", "virtio_net")
@@ -43,11 +43,14 @@ class Lab:
                 machine.end()
         self.initramfs.unlink(missing_ok=True)
 
-    def boot(self, *names, cpus=2, stock_modules=(), files=None, kind=Machine):
+    def boot(
+        self, *names, cpus=2, memory=MEMORY, stock_modules=(), files=None, kind=Machine
+    ):  # fmt: skip
         """Boots a machine for each of the one or two `names` and gives them as a list.
 
-        With one name the other end of the cable is `lab.peer`. `stock_modules` are further
-        modules of the kernel's own, `files` maps paths in the machine to files of this computer.
+        With one name the other end of the cable is `lab.peer`. `memory` is in MiB. `stock_modules`
+        are further modules of the kernel's own, `files` maps paths in the machine to files of this
+        computer.
         """
         if not 1 <= len(names) <= 2 or self.machines:
             raise Failure("a lab boots one or two machines, once")
@@ -66,6 +69,7 @@ class Lab:
                     name,
                     number,
                     cpus,
+                    memory,
                     netdev=f"dgram,id=link,local.type=fd,local.str={ends[number].fileno()}",
                     mac=f"52:54:00:00:00:{number + 1:02x}",
                     extra_arguments=capture,

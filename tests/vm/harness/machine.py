@@ -70,7 +70,9 @@ class Pending:
 class Machine:
     """A virtual machine of a lab. Made by Lab.boot()."""
 
-    def __init__(self, lab, name, number, cpus, netdev, mac, extra_arguments, inherited, keep):
+    def __init__(
+        self, lab, name, number, cpus, memory, netdev, mac, extra_arguments, inherited, keep
+    ):  # fmt: skip
         self.lab, self.name = lab, name
         self.console_path = lab.folder / f"{name}.console"
         self.console_port = None
@@ -98,7 +100,7 @@ class Machine:
             "-name", name, "-M", "q35", "-nodefaults", "-no-user-config", "-display", "none",
             "-no-reboot", "-accel", f"tcg,tb-size={TRANSLATION_BUFFER}",
             # max: with SMEP and SMAP, so that a stray access to user memory is seen.
-            "-cpu", "max,la57=off,vendor=GenuineIntel,mtrr=off", "-smp", str(cpus), "-m", str(MEMORY),
+            "-cpu", "max,la57=off,vendor=GenuineIntel,mtrr=off", "-smp", str(cpus), "-m", str(memory),
             "-kernel", str(lab.kernel.image), "-initrd", str(lab.initramfs),
             "-append", f"{COMMAND_LINE} ipfc.name={name}",
             "-chardev", console, "-serial", "chardev:console",
