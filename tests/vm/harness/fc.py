@@ -124,6 +124,20 @@ def icmp_echo(source, destination, payload, reply=False, number=1, identificatio
     return head[:10] + checksum(head).to_bytes(2, "big") + head[12:] + icmp
 
 
+def captured(path):
+    """The FC frames that a capture of the link holds, the oldest first."""
+    content = path.read_bytes()
+    frames, at = [], 24
+    while at + 16 <= len(content):
+        size = int.from_bytes(content[at + 8 : at + 12], "little")
+        raw = content[at + 16 : at + 16 + size]
+        # The last one may not have been written to its end.
+        if len(raw) == size and raw[12:14] == b"\x89\x06":
+            frames.append(Frame.decode(raw))
+        at += 16 + size
+    return frames
+
+
 class ForeignPort:
     """An N_Port of another make, with a name and an address of its own, on `lab.peer`.
 
