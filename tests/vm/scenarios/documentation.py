@@ -20,13 +20,20 @@ from harness import ROOT, Failure, NotReady, Switch, expect, programs
 
 sys.path.insert(0, str(ROOT / "tests" / "docs"))
 
-from documents import Wait, documents, dump  # noqa: E402
+from documents import Wait, Wrong, documents, dump  # noqa: E402
 
 LIMIT = 400
 RECORD = os.environ.get("IPFC_DOCS_RECORD") == "1"
 
 
 def scenario(lab):
+    try:
+        hold_to(lab)
+    except Wrong as wrong:
+        raise Failure(str(wrong)) from wrong
+
+
+def hold_to(lab):
     with_consoles = [d for d in documents() if any(on_switches(block) for block in d.blocks("console"))]
     expect(with_consoles, "there are documents with commands for the machines")
     files = programs("packet")
