@@ -29,7 +29,18 @@ protected:
     unsigned long flags = 0;
 };
 
-TEST_F(LockTest, a_zeroed_lock_is_ready)
+TEST_F(LockTest, a_table_lock_that_was_never_initialised_is_a_fault)
+{
+    rwlock_t unready{};
+    write_lock_bh(&unready);
+    write_unlock_bh(&unready);
+    EXPECT_EQ(only_fault(), "write_lock_bh of a lock that was never initialised");
+    read_lock_bh(&unready);
+    read_unlock_bh(&unready);
+    EXPECT_EQ(only_fault(), "read_lock_bh of a lock that was never initialised");
+}
+
+TEST_F(LockTest, a_zeroed_spin_lock_is_ready)
 {
     spin_lock(&static_lock);
     EXPECT_EQ(locks_held(), 1);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Spin locks and reader/writer locks: real exclusion between threads, with the kernel's rules kept
-// by the holder's own record (Context). A lock's bytes all zero is a lock that is ready.
+// by the holder's own record (Context). A spin lock's bytes all zero is a lock that is ready.
 #include "context.h"
 #include "fault.h"
 #include "journal.h"
@@ -100,6 +100,13 @@ void refuse_while_held(Lock* lock, const char* function)
             fault(std::string(function) + " of a lock that is held");
 }
 
+// All zero bytes would work here, but not in a kernel that checks its locks.
+void expect_initialised(rwlock_t* lock, const char* function)
+{
+    if (body(lock)->lock_class == nullptr)
+        fault(std::string(function) + " of a lock that was never initialised");
+}
+
 } // namespace
 
 // The place of the call is the lock's class, as with a kernel's macro.
@@ -167,6 +174,7 @@ void rwlock_init(rwlock_t* lock)
 
 void read_lock_bh(rwlock_t* lock)
 {
+    expect_initialised(lock, "read_lock_bh");
     bh_disable();
     enter(lock, {.mode = LockMode::shared, .rw = true, .bh = true}, "read_lock_bh",
           [&] { pthread_rwlock_rdlock(&body(lock)->lock); });
@@ -182,6 +190,7 @@ void read_unlock_bh(rwlock_t* lock)
 
 void write_lock_bh(rwlock_t* lock)
 {
+    expect_initialised(lock, "write_lock_bh");
     bh_disable();
     enter(lock, {.mode = LockMode::exclusive, .rw = true, .bh = true}, "write_lock_bh",
           [&] { pthread_rwlock_wrlock(&body(lock)->lock); });
