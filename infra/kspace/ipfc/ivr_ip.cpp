@@ -27,12 +27,12 @@ std::size_t report_size(void*)
            ROW_SIZE * static_cast<std::size_t>(__atomic_load_n(&num_entries, __ATOMIC_RELAXED));
 }
 
-void change_entries(int by)
+void change_entries(int by) KAPI_REQUIRES(ivrip_list_lock)
 {
     __atomic_store_n(&num_entries, num_entries + by, __ATOMIC_RELAXED);
 }
 
-ivrip_entry_t* find_entry(fcid_t fcid, vsan_id_t vsan)
+ivrip_entry_t* find_entry(fcid_t fcid, vsan_id_t vsan) KAPI_REQUIRES(ivrip_list_lock)
 {
     for (list_head* link = ivrip_list_head.next; link != &ivrip_list_head; link = link->next) {
         auto* entry = list_entry(link, ivrip_entry_t, next);
@@ -42,7 +42,7 @@ ivrip_entry_t* find_entry(fcid_t fcid, vsan_id_t vsan)
     return nullptr;
 }
 
-void free_entry(ivrip_entry_t* entry)
+void free_entry(ivrip_entry_t* entry) KAPI_REQUIRES(ivrip_list_lock)
 {
     list_del_init(&entry->next);
     change_entries(-1);
@@ -61,7 +61,7 @@ void append_row(ipfc_report& report, const ivrip_entry_t* entry)
 }
 
 // True when the reader has enough; the window is checked after every row.
-bool append_rows(ipfc_report& report)
+bool append_rows(ipfc_report& report) KAPI_REQUIRES(ivrip_list_lock)
 {
     for (list_head* link = ivrip_list_head.next; link != &ivrip_list_head; link = link->next) {
         append_row(report, list_entry(link, ivrip_entry_t, next));

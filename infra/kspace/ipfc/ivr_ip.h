@@ -19,7 +19,7 @@ struct ivrip_entry_t {
 
 // Guards the list; taken with interrupts off, inside an interface's hash_lock where both are held.
 extern spinlock_t ivrip_list_lock;
-extern list_head ivrip_list_head;
+extern list_head ivrip_list_head KAPI_GUARDED_BY(ivrip_list_lock);
 
 // Process context. 0 or -12.
 int ivrip_init();
