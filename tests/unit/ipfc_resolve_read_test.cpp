@@ -227,9 +227,10 @@ TEST_F(ReadTest, poll_registers_and_looks_under_one_hold_of_the_lock)
     EXPECT_EQ(opened->poll_once(&table), 0u);
     EXPECT_EQ(table.queues.size(), 1u);
     const Texts locks = happened_with_locks();
-    ASSERT_EQ(locks.size(), 2u);
+    ASSERT_EQ(locks.size(), 3u);
     EXPECT_TRUE(locks[0].starts_with("spin_lock_irqsave "));
-    EXPECT_TRUE(locks[1].starts_with("spin_unlock_irqrestore "));
+    EXPECT_EQ(locks[1], "poll_wait");
+    EXPECT_TRUE(locks[2].starts_with("spin_unlock_irqrestore "));
 }
 
 TEST_F(ReadTest, poll_and_read_wait_in_the_same_queue)

@@ -16,6 +16,7 @@ std::atomic<int> available;
 std::atomic<int> commands_inside;
 std::atomic<int> most_inside;
 int opened;
+bool stays_marked; // the reader's mistake
 int released;
 spinlock_t poll_lock;
 
@@ -38,7 +39,8 @@ ssize_t read_one(file* filp, char*, std::size_t count, loff_t*)
         schedule();
         kapi_set_current_interruptible();
     }
-    kapi_set_current_running();
+    if (!stays_marked)
+        kapi_set_current_running();
     remove_wait_queue(&readers, &entry);
     return result;
 }
@@ -245,6 +247,19 @@ TEST_F(CharDeviceTest, an_entry_left_in_a_queue_is_found)
     tidy();
     EXPECT_EQ(audit(), std::vector<std::string>{"1 entries still in wait queues"});
     remove_wait_queue(&readers, &entry);
+}
+
+TEST_F(CharDeviceTest, a_read_that_returns_with_its_task_marked_to_sleep_is_a_fault)
+{
+    CharFile file("device");
+    const UserMemory user(12);
+    available = 1;
+    stays_marked = true;
+    EXPECT_EQ(file.read(user.address(), 12), 12);
+    stays_marked = false;
+    EXPECT_NE(only_fault().find("read returned without its task being set running"),
+              std::string::npos);
+    kapi_set_current_running();
 }
 
 TEST_F(CharDeviceTest, sleeping_under_a_lock_is_a_fault)

@@ -6,6 +6,7 @@
 #include "heap.h"
 #include "journal.h"
 #include "module.h"
+#include "task.h"
 
 #include <atomic>
 #include <cstring>
@@ -152,7 +153,10 @@ long CharFile::read(void* user, std::size_t count)
         return -e_fault;
     might_sleep("read");
     loff_t position = 0;
-    return operations_->read(&file_, static_cast<char*>(user), count, &position);
+    const long result = operations_->read(&file_, static_cast<char*>(user), count, &position);
+    if (marked_interruptible())
+        fault("read returned without its task being set running");
+    return result;
 }
 
 long CharFile::write(const void* user, std::size_t count)

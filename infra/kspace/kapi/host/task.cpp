@@ -125,6 +125,13 @@ void set_signal_pending(bool pending)
     task.signal = pending;
 }
 
+bool marked_interruptible()
+{
+    const Task& task = current();
+    std::lock_guard guard(mutex);
+    return task.interruptible;
+}
+
 std::size_t waiters(const wait_queue_head_t* queue)
 {
     std::lock_guard guard(mutex);
@@ -273,6 +280,8 @@ bool kapi_signal_pending()
 
 void poll_wait(file*, wait_queue_head_t* queue, poll_table* table)
 {
-    if (table != nullptr)
-        table->queues.push_back(queue);
+    if (table == nullptr)
+        return;
+    journal().add(Source::wait, "poll_wait");
+    table->queues.push_back(queue);
 }

@@ -33,6 +33,9 @@ private:
 // Signals for the calling thread's own task.
 void set_signal_pending(bool pending);
 
+// Whether the calling thread's own task is marked to sleep, which no call may return with.
+bool marked_interruptible();
+
 // Sleepers, pollers included, on a queue; on any queue.
 std::size_t waiters(const wait_queue_head_t* queue);
 std::size_t waiters();
