@@ -103,6 +103,19 @@ TEST_F(XmitArpTest, the_second_send_has_the_first_ones_header_with_its_length)
     EXPECT_EQ(platform().sends[1].locks, 0);
 }
 
+TEST_F(XmitArpTest, what_the_stack_writes_into_the_first_header_is_not_in_the_second)
+{
+    add_peer();
+    platform().on_header = [](fc2_iuhdr_t& header) {
+        header.handle = 0x5A5A5A5A;
+        header.ox_id = 0x5A5A;
+        header.d_id = fcid(0x777777);
+    };
+    send(to_peer, arp, arp_request);
+    ASSERT_EQ(platform().sends.size(), 2u);
+    EXPECT_EQ(header_bytes(1), header_bytes(0));
+}
+
 TEST_F(XmitArpTest, an_arp_packet_is_counted_after_both_sends)
 {
     add_peer();

@@ -200,6 +200,8 @@ int kfc2_sendskb(socket* sock, fc2_iuhdr_t* header, sk_buff* skb)
         fake.sends.push_back(sent);
         hook = fake.on_send;
     }
+    if (fake.on_header)
+        fake.on_header(*header);
     dev_kfree_skb_any(skb);
     if (hook)
         hook(sent);

@@ -93,10 +93,11 @@ public:
     int trailer_length = 8;
     int sock_create_result = 0;
     int bind_result = 0;
-    std::deque<int> option_results;             // for the next calls; then 0
-    int send_result = 0x1234;                   // once send_results is empty
-    std::deque<int> send_results;               // for the next calls
-    std::function<void(const SentIu&)> on_send; // runs inside the send, before its result
+    std::deque<int> option_results;              // for the next calls; then 0
+    int send_result = 0x1234;                    // once send_results is empty
+    std::deque<int> send_results;                // for the next calls
+    std::function<void(const SentIu&)> on_send;  // runs inside the send, before its result
+    std::function<void(fc2_iuhdr_t&)> on_header; // likewise: what the stack writes into the header
     std::function<void(const SentLogo&)> on_logo;
     std::function<void(const SocketOption&)> on_option;
     std::map<if_index_t, int> vsan_of_interface; // absent, or negative: an error number
