@@ -74,9 +74,9 @@ struct net_device {
         KAPI_MEMBER(KAPI_NETDEV_HARD_HEADER_LEN, unsigned short, hard_header_len);
         KAPI_MEMBER(KAPI_NETDEV_ADDR_LEN, unsigned char, addr_len);
         KAPI_ARRAY(KAPI_NETDEV_BROADCAST, unsigned char, broadcast, MAX_ADDR_LEN);
-        KAPI_MEMBER(KAPI_NETDEV_DEV_ADDR, const unsigned char*, dev_addr); // see dev_addr_mod
-        KAPI_MEMBER(KAPI_NETDEV_TRANS_START, unsigned long, trans_start);  // jiffies
-        KAPI_MEMBER(KAPI_NETDEV_LAST_RX, unsigned long, last_rx);          // jiffies
+        KAPI_MEMBER(KAPI_NETDEV_DEV_ADDR, kapi_dev_addr_t, dev_addr);     // see dev_addr_mod
+        KAPI_MEMBER(KAPI_NETDEV_TRANS_START, unsigned long, trans_start); // jiffies
+        KAPI_MEMBER(KAPI_NETDEV_LAST_RX, unsigned long, last_rx);         // jiffies
         KAPI_MEMBER(KAPI_NETDEV_PRIV, void*, priv);
         KAPI_MEMBER(KAPI_NETDEV_HEADER_OPS, const struct header_ops*, header_ops);
         KAPI_MEMBER(KAPI_NETDEV_GET_STATS, kapi_get_stats_t, get_stats);

@@ -33,6 +33,7 @@ using kapi_skb_mac_header_t = unsigned int;
 #define KAPI_SKB_PKT_TYPE_SHIFT 0
 #define KAPI_SKB_SIZE 128
 
+using kapi_dev_addr_t = const unsigned char*;
 #define KAPI_NETDEV_NAME 0
 #define KAPI_NETDEV_MTU 16
 #define KAPI_NETDEV_FLAGS 20

@@ -157,6 +157,14 @@ static __poll_t chr_poll(struct file* filp, poll_table* table)
     return (__force __poll_t)operations->poll(filp, NULL);
 }
 
+#ifdef KAPI_HAVE_IOCTL_WITH_INODE
+static int chr_ioctl_with_inode(struct inode* node, struct file* filp, unsigned int cmd,
+                                unsigned long arg)
+{
+    return chr_ioctl(filp, cmd, arg);
+}
+#endif
+
 static const struct file_operations glue_file_operations = {
     .owner = THIS_MODULE,
     .open = chr_open,
@@ -164,7 +172,11 @@ static const struct file_operations glue_file_operations = {
     .read = chr_read,
     .write = chr_write,
     .poll = chr_poll,
+#ifdef KAPI_HAVE_IOCTL_WITH_INODE
+    .ioctl = chr_ioctl_with_inode,
+#else
     .unlocked_ioctl = chr_ioctl,
+#endif
 #ifdef CONFIG_COMPAT
     .compat_ioctl = chr_compat_ioctl,
 #endif

@@ -21,6 +21,7 @@
 #include <linux/uaccess.h>
 #include <linux/wait.h>
 
+#include "kapi/linux/kapi_compat.h"
 #include "kapi_features.h"
 
 #ifdef KAPI_HAVE_WAIT_QUEUE_ENTRY
@@ -41,6 +42,9 @@ struct kapi_file_operations {
     int (*release)(struct inode* node, struct file* filp);
 };
 
+#ifdef KAPI_HAVE_HEADER_REBUILD
+#define kapi_header_ops header_ops
+#else
 struct kapi_header_ops {
     int (*create)(struct sk_buff* skb, struct net_device* dev, unsigned short type,
                   const void* daddr, const void* saddr, unsigned int len);
@@ -49,13 +53,15 @@ struct kapi_header_ops {
     int (*cache)(const void* neighbour, void* header);
     void (*cache_update)(void* header, const struct net_device* dev, const unsigned char* address);
 };
+#endif
 
 /*
- * What a device lost since its callbacks moved out of it. Lies at the start of what the kernel
- * takes for the driver's private area; the driver's own follows.
+ * Lies at the start of what the kernel takes for the driver's private area; the driver's own
+ * follows. What a device lost when its callbacks moved out of it is in here.
  */
 struct kapi_netdev {
     const struct kapi_header_ops* header_ops;
+#ifdef KAPI_HAVE_NET_DEVICE_OPS
     struct net_device_stats* (*get_stats)(struct net_device* dev);
     int (*open)(struct net_device* dev);
     int (*stop)(struct net_device* dev);
@@ -65,9 +71,12 @@ struct kapi_netdev {
     void* priv;
     unsigned long trans_start;
     unsigned long last_rx;
+    unsigned short type; /* the device's own, while it is being registered */
+#else
+    struct header_ops with_our_create; /* the driver's other operations as they are */
+#endif
     struct list_head link; /* kapi_netdevs, until the module goes */
     struct net_device* dev;
-    unsigned short type; /* the device's own, while it is being registered */
 } __aligned(64);
 
 static inline struct kapi_netdev* kapi_netdev(const struct net_device* dev)
@@ -75,18 +84,29 @@ static inline struct kapi_netdev* kapi_netdev(const struct net_device* dev)
     return netdev_priv(dev);
 }
 
-/* An entry under /proc as read_proc's users know it. */
+/* What the driver holds, with read_proc and data in it. */
+struct kapi_pde;
+#ifdef KAPI_HAVE_READ_PROC
+typedef struct proc_dir_entry kapi_proc_handle_t;
+#else
+typedef struct kapi_pde kapi_proc_handle_t;
+#endif
+
+/* What the glue knows of an entry under /proc. */
 struct kapi_pde {
+#ifndef KAPI_HAVE_READ_PROC
     int (*read_proc)(char* buffer, char** start, off_t offset, int count, int* eof, void* data);
     int (*write_proc)(struct file* filp, const char __user* buffer, unsigned long count,
                       void* data);
     void* data;
+#endif
     size_t (*size)(void* data);  /* what the whole text needs, in bytes; null: a page */
     wait_queue_head_t* watchers; /* null: not to be polled */
     unsigned long (*version)(void* data);
     struct list_head link;         /* kapi_entries */
     struct proc_dir_entry* entry;  /* the kernel's; null: removed, only the address still counts */
-    struct proc_dir_entry* parent; /* as the driver named it: one of these, or the kernel's */
+    kapi_proc_handle_t* handle;    /* what the driver holds */
+    struct proc_dir_entry* parent; /* as the driver named it: a handle, or the kernel's */
     bool directory;
     bool ready; /* the command that makes it is over: the driver has filled it in */
     char name[];
@@ -122,6 +142,12 @@ void kapi_chrdev_release(void);
 bool kapi_command_running(void);
 void kapi_command_abandon(void);
 
+#ifdef KAPI_HAVE_PROC_OPS
+extern const struct proc_ops kapi_proc_operations;
+#else
+extern const struct file_operations kapi_proc_operations;
+#endif
+struct kapi_pde* kapi_proc_entry_of(const struct file* filp);
 void kapi_proc_publish(void);
 void kapi_proc_release(void);
 
@@ -184,12 +210,12 @@ int kapi_register_chrdev(unsigned int major, const char* name,
 void kapi_unregister_chrdev(unsigned int major, const char* name);
 struct inode* kapi_file_inode(const struct file* filp);
 
-struct kapi_pde* kapi_proc_mkdir(const char* name, struct proc_dir_entry* parent);
-struct kapi_pde* kapi_create_proc_entry(const char* name, unsigned int mode,
-                                        struct proc_dir_entry* parent);
+kapi_proc_handle_t* kapi_proc_mkdir(const char* name, struct proc_dir_entry* parent);
+kapi_proc_handle_t* kapi_create_proc_entry(const char* name, unsigned int mode,
+                                           struct proc_dir_entry* parent);
 void kapi_remove_proc_entry(const char* name, struct proc_dir_entry* parent);
-void kapi_proc_set_size(struct kapi_pde* entry, size_t (*size)(void* data));
-void kapi_proc_set_poll(struct kapi_pde* entry, wait_queue_head_t* queue,
+void kapi_proc_set_size(kapi_proc_handle_t* entry, size_t (*size)(void* data));
+void kapi_proc_set_poll(kapi_proc_handle_t* entry, wait_queue_head_t* queue,
                         unsigned long (*version)(void* data));
 size_t kapi_proc_room(const char* buffer);
 

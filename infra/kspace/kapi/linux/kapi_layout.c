@@ -17,11 +17,16 @@
     DEFINE(name, offsetof(type, member));                                                          \
     DEFINE(name##_SIZE, sizeof(((type*)0)->member))
 
-// Members of the glue's area in front of the driver's.
+// Members that many a kernel has no more: there they are in the glue's area in front of the
+// driver's.
 #define AREA ((unsigned long)netdev_priv((struct net_device*)0))
+#ifdef KAPI_HAVE_NET_DEVICE_OPS
 #define PLACE_IN_AREA(name, member)                                                                \
     DEFINE(name, AREA + offsetof(struct kapi_netdev, member));                                     \
     DEFINE(name##_SIZE, sizeof(((struct kapi_netdev*)0)->member))
+#else
+#define PLACE_IN_AREA(name, member) PLACE(name, struct net_device, member)
+#endif
 
 static void __used constants(void)
 {
@@ -119,10 +124,10 @@ static void __used files_and_entries(void)
     PLACE(KAPI_FILE_F_FLAGS, struct file, f_flags);
     DEFINE(KAPI_FILE_SIZE, sizeof(struct file));
 
-    PLACE(KAPI_PDE_READ_PROC, struct kapi_pde, read_proc);
-    PLACE(KAPI_PDE_WRITE_PROC, struct kapi_pde, write_proc);
-    PLACE(KAPI_PDE_DATA, struct kapi_pde, data);
-    DEFINE(KAPI_PDE_SIZE, sizeof(struct kapi_pde));
+    PLACE(KAPI_PDE_READ_PROC, kapi_proc_handle_t, read_proc);
+    PLACE(KAPI_PDE_WRITE_PROC, kapi_proc_handle_t, write_proc);
+    PLACE(KAPI_PDE_DATA, kapi_proc_handle_t, data);
+    DEFINE(KAPI_PDE_SIZE, sizeof(kapi_proc_handle_t));
 
     DEFINE(KAPI_CHECK_FOPS_READ, offsetof(struct kapi_file_operations, read));
     DEFINE(KAPI_CHECK_FOPS_WRITE, offsetof(struct kapi_file_operations, write));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Network devices whose callbacks live in the device, on top of net_device_ops.
+// Network devices whose callbacks live in the device; where the kernel has moved them out, on top
+// of net_device_ops.
 #include <linux/etherdevice.h>
 #include <linux/if_arp.h>
 #include <linux/mutex.h>
@@ -7,6 +8,9 @@
 #include <linux/rtnetlink.h>
 
 #include "kapi/linux/kapi_glue.h"
+#ifdef KAPI_HAVE_HEADER_REBUILD
+#include <net/arp.h>
+#endif
 
 // Every device that the module allocated. The driver never frees one, and packets and late readers
 // may still know a deleted one: all of them are freed when the module goes.
@@ -39,6 +43,7 @@ static int create_header(struct sk_buff* skb, struct net_device* dev, unsigned s
     return result < 0 ? result : (int)(skb->len - before);
 }
 
+#ifdef KAPI_HAVE_NET_DEVICE_OPS
 static const struct header_ops glue_header_ops = {
     .create = create_header,
 };
@@ -119,25 +124,17 @@ static void set_up(struct net_device* dev)
     dev->netdev_ops = &glue_netdev_ops;
 }
 
-struct net_device* kapi_alloc_etherdev_mq(int priv_size, unsigned int queues)
+static struct net_device* allocate(size_t size, unsigned int queues)
 {
-    size_t size = sizeof(struct kapi_netdev) + priv_size;
     struct net_device* dev;
-    struct kapi_netdev* own;
 
 #ifdef KAPI_HAVE_NET_NAME_UNKNOWN
     dev = alloc_netdev_mqs(size, "eth%d", NET_NAME_UNKNOWN, set_up, queues, queues);
 #else
     dev = alloc_netdev_mqs(size, "eth%d", set_up, queues, queues);
 #endif
-    if (!dev)
-        return NULL;
-    own = kapi_netdev(dev);
-    own->dev = dev;
-    own->priv = own + 1;
-    mutex_lock(&netdevs_lock);
-    list_add_tail(&own->link, &netdevs);
-    mutex_unlock(&netdevs_lock);
+    if (dev)
+        kapi_netdev(dev)->priv = kapi_netdev(dev) + 1;
     return dev;
 }
 
@@ -153,6 +150,49 @@ int kapi_register_netdevice(struct net_device* dev)
     result = register_netdevice(dev);
     dev->type = own->type;
     return result;
+}
+#else
+// What an Ethernet device brings for its address is meant for 6 bytes: a port name that begins with
+// 21:00 would pass for a multicast address, and the interface could not be opened.
+static struct net_device* allocate(size_t size, unsigned int queues)
+{
+    struct net_device* dev = alloc_etherdev_mq(size, queues);
+
+    if (dev) {
+        dev->validate_addr = NULL;
+        dev->set_mac_address = NULL;
+        dev->priv = kapi_netdev(dev) + 1;
+    }
+    return dev;
+}
+
+int kapi_register_netdevice(struct net_device* dev)
+{
+    struct kapi_netdev* own = kapi_netdev(dev);
+
+    own->header_ops = dev->header_ops;
+    if (own->header_ops) {
+        own->with_our_create = *own->header_ops;
+        own->with_our_create.create = create_header;
+        dev->header_ops = &own->with_our_create;
+    }
+    return register_netdevice(dev);
+}
+#endif
+
+struct net_device* kapi_alloc_etherdev_mq(int priv_size, unsigned int queues)
+{
+    struct net_device* dev = allocate(sizeof(struct kapi_netdev) + priv_size, queues);
+    struct kapi_netdev* own;
+
+    if (!dev)
+        return NULL;
+    own = kapi_netdev(dev);
+    own->dev = dev;
+    mutex_lock(&netdevs_lock);
+    list_add_tail(&own->link, &netdevs);
+    mutex_unlock(&netdevs_lock);
+    return dev;
 }
 
 void kapi_unregister_netdevice(struct net_device* dev)
@@ -178,11 +218,18 @@ void kapi_dev_addr_mod(struct net_device* dev, unsigned int offset, const void* 
         rtnl_unlock();
 }
 
+#ifdef KAPI_HAVE_HEADER_REBUILD
+int kapi_arp_find(unsigned char* to, struct sk_buff* skb)
+{
+    return arp_find(to, skb);
+}
+#else
 // Nobody asks for a header to be rebuilt any more; the kernel's function is gone as well.
 int kapi_arp_find(unsigned char* to, struct sk_buff* skb)
 {
     return 0;
 }
+#endif
 
 void kapi_netdev_release(void)
 {

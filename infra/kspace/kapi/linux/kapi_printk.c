@@ -2,10 +2,10 @@
 // The kernel log, and BUG.
 #include <linux/bug.h>
 #include <linux/kernel.h>
-#include <linux/printk.h>
 
 #include "kapi/linux/kapi_glue.h"
 
+#ifdef KAPI_HAVE_KERN_SOH
 // A message's level is written "<N>" by the driver; the kernel's own marker is another.
 int kapi_printk(const char* format, ...)
 {
@@ -26,11 +26,23 @@ int kapi_printk(const char* format, ...)
     va_end(arguments);
     return result;
 }
+#else
+int kapi_printk(const char* format, ...)
+{
+    va_list arguments;
+    int result;
+
+    va_start(arguments, format);
+    result = vprintk(format, arguments);
+    va_end(arguments);
+    return result;
+}
+#endif
 
 // The task ends here, and what it holds stays locked: no later command should wait for a dead task.
 void kapi_bug(const char* file, int line)
 {
-    pr_crit("%s: BUG at %s:%d\n", KBUILD_MODNAME, file, line);
+    printk(KERN_CRIT "%s: BUG at %s:%d\n", KBUILD_MODNAME, file, line);
     kapi_command_abandon();
     BUG();
 }

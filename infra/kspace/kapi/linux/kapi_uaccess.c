@@ -2,6 +2,10 @@
 // User memory.
 #include "kapi/linux/kapi_glue.h"
 
+#ifndef TASK_SIZE_MAX
+#define TASK_SIZE_MAX TASK_SIZE64
+#endif
+
 // Some kernels' own check leaves the exact end of user space to the page tables; the driver's
 // results distinguish the two, so the end is checked here as well.
 bool kapi_access_ok(int type, const void* address, unsigned long size)

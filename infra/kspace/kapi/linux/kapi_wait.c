@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Sleeping and polling.
 #include <linux/lockdep.h>
-#include <linux/sched/signal.h>
 
 #include "kapi/linux/kapi_glue.h"
+#ifdef KAPI_HAVE_SCHED_SIGNAL_H
+#include <linux/sched/signal.h>
+#endif
 
 void kapi_init_waitqueue_head(wait_queue_head_t* queue)
 {

@@ -36,6 +36,13 @@ echo "#define KAPI_SKB_PKT_TYPE $offset"
 echo "#define KAPI_SKB_PKT_TYPE_SHIFT $shift"
 cat <<'END'
 
+// A pointer or the bytes themselves.
+#if KAPI_NETDEV_DEV_ADDR_SIZE == 8
+using kapi_dev_addr_t = const unsigned char*;
+#else
+using kapi_dev_addr_t = const unsigned char[KAPI_NETDEV_DEV_ADDR_SIZE];
+#endif
+
 #if KAPI_SKB_MAC_HEADER_SIZE == 2
 using kapi_skb_mac_header_t = unsigned short;
 #else

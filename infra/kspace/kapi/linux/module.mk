@@ -37,7 +37,7 @@ $(kapi-objects): $(obj)/kapi_features.h $(obj)/kapi_target.h
 # within reach. Section groups are dissolved before objtool looks: its tables and ftrace's must not
 # refer to sections that the linker drops as another object's duplicates.
 
-cxx-c-only := -std=% -g% $(shell LC_ALL=C $(CXX) $(KBUILD_CFLAGS) $(KBUILD_CFLAGS_MODULE) \
+cxx-c-only := -std=% -g% -w -Werror-implicit-function-declaration $(shell LC_ALL=C $(CXX) $(filter-out -w,$(KBUILD_CFLAGS)) $(KBUILD_CFLAGS_MODULE) \
 	-x c++ -fsyntax-only /dev/null 2>&1 | \
 	sed -n -e "s/.*option .\(-[A-Za-z0-9+=_-]*\). is valid for .* but not for C++.*/\1/p" \
 	-e "s/.*argument .\(-[A-Za-z0-9+=_-]*\). is not valid for C++.*/\1/p")
@@ -57,11 +57,18 @@ ifndef CONFIG_CONSTRUCTORS
 	then echo >&2 "$@: error: needs a constructor or destructor to run"; rm -f $@; false; fi
 endif
 
+# A rule is a recipe of several lines; before that had a name in kbuild, one line for the shell.
+ifdef cmd_and_fixdep
 define rule_cxx_o_cpp
 	$(call cmd_and_fixdep,cxx_o_cpp)
 	$(call cmd,no_constructors)
 	$(call cmd,gen_objtooldep)
 endef
+else
+rule_cxx_o_cpp = $(echo-cmd) $(cmd_cxx_o_cpp); $(cmd_no_constructors); \
+	scripts/basic/fixdep $(depfile) $@ '$(call make-cmd,cxx_o_cpp)' > $(dot-target).tmp; \
+	rm -f $(depfile); mv -f $(dot-target).tmp $(dot-target).cmd
+endif
 
 $(obj)/%.o: $(obj)/%.cpp FORCE
 	$(call if_changed_rule,cxx_o_cpp)

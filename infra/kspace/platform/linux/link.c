@@ -14,6 +14,7 @@
 #include <linux/skbuff.h>
 #include <net/dst.h>
 
+#include "kapi/linux/kapi_compat_net.h"
 #include "platform/linux/platform.h"
 
 /* A frame with 2112 bytes of data and all headers, and the size that switches allow for it. */

@@ -17,6 +17,6 @@ int brim_proc_start(void)
 
 void brim_proc_stop(void)
 {
-    proc_remove(proc_brim_sw);
+    remove_proc_entry("brim_sw", NULL);
     proc_brim_sw = NULL;
 }
