@@ -118,6 +118,7 @@ TEST_F(ProcTest, a_report_that_says_its_size_gets_the_room)
     kapi_proc_set_size(report, [](void*) { return std::size_t{10000}; });
     whole_text.assign(10000, 'a');
     EXPECT_EQ(proc_read("dir/report", 20000).size(), 10000u);
+    EXPECT_EQ(call_read_proc(report, 0, 10).page.size(), 10000u) << "and no more";
     whole_text.assign(10, 'a');
     set_one_page_reports(true);
     EXPECT_EQ(call_read_proc(report, 0, 10).page.size(), 4096u);

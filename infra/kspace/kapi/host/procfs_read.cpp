@@ -22,24 +22,30 @@ constexpr long block_size = static_cast<long>(page_size) - 1024;
 
 constexpr int e_io = 5;
 
-// Not zeroed, as the kernel's is not, and with an unmapped page behind it.
+std::size_t whole_pages(std::size_t bytes)
+{
+    return (bytes + page_size - 1) & ~(page_size - 1);
+}
+
+// Not zeroed, as the kernel's is not, and with an unmapped page behind its last byte.
 class GuardedPage {
 public:
-    explicit GuardedPage(std::size_t room) : room_(room)
+    explicit GuardedPage(std::size_t room) : room_(room), mapped_(whole_pages(room))
     {
-        void* const pages = mmap(nullptr, room + page_size, PROT_READ | PROT_WRITE,
+        void* const pages = mmap(nullptr, mapped_ + page_size, PROT_READ | PROT_WRITE,
                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (pages == MAP_FAILED)
             die("the test machine has no memory for a page");
-        page_ = static_cast<char*>(pages);
-        mprotect(page_ + room, page_size, PROT_NONE);
+        base_ = static_cast<char*>(pages);
+        page_ = base_ + mapped_ - room;
+        mprotect(base_ + mapped_, page_size, PROT_NONE);
         std::memset(page_, 0x5A, room);
         in_use.push_back(this);
     }
     ~GuardedPage()
     {
         std::erase(in_use, this);
-        munmap(page_, room_ + page_size);
+        munmap(base_, mapped_ + page_size);
     }
     GuardedPage(const GuardedPage&) = delete;
     char* get() const { return page_; }
@@ -50,6 +56,8 @@ public:
 
 private:
     std::size_t room_;
+    std::size_t mapped_;
+    char* base_;
     char* page_;
 };
 
@@ -57,14 +65,15 @@ thread_local std::vector<GuardedPage*> GuardedPage::in_use;
 
 std::atomic<bool> one_page_only{false};
 
-// The page, or what the module says that the text needs.
+// The page, or what the module says that the text needs, and no more: a size that is too small is
+// to show.
 std::size_t room_for(proc_dir_entry* entry)
 {
     const ProcNode* const node = reinterpret_cast<ProcNode*>(entry);
     if (one_page_only || node->size == nullptr)
         return page_size;
     const std::size_t needed = node->size(entry->data);
-    return std::max((needed + page_size - 1) & ~(page_size - 1), page_size);
+    return std::max((needed + sizeof(void*) - 1) & ~(sizeof(void*) - 1), page_size);
 }
 
 // What one call of the handler contributes to a read: bytes of the page, and how far the offset
