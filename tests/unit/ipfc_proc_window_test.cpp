@@ -234,7 +234,7 @@ TEST_F(ProcWindowTest, a_thousand_mappings_are_read_to_the_end_by_any_reader)
 // What lies before the first exchange line stays in the buffer, in front of all that is wanted.
 TEST_F(ProcWindowTest, many_exchanges_behind_many_mappings_are_read_to_the_end)
 {
-    fill(80, false);
+    fill(82, false); // more than the first piece that a reader asks for
     kpn_to_fcid_t* last = priv->kwwpn_hash_table[0];
     while (last->next != nullptr)
         last = last->next;
