@@ -139,6 +139,15 @@ TEST_F(IvripReportTest, a_large_table_is_read_to_the_end)
     EXPECT_EQ(proc_read(report_path, 65536), text) << "the window goes with the reader";
 }
 
+TEST_F(IvripReportTest, the_buffer_holds_the_whole_text)
+{
+    const std::string text = fill(300);
+    const HandlerResult called = call_read_proc(find_proc(report_path), 0, 1 << 20);
+    EXPECT_EQ(called.result, static_cast<int>(text.size()));
+    EXPECT_EQ(called.eof, 1);
+    EXPECT_EQ(called.page.substr(0, text.size()), text);
+}
+
 TEST_F(IvripReportTest, the_report_follows_deletions)
 {
     fill(3);

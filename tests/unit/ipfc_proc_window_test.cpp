@@ -245,6 +245,20 @@ TEST_F(ProcWindowTest, many_exchanges_behind_many_mappings_are_read_to_the_end)
     }
     for (const std::size_t count : {100u, 3072u, 65536u})
         EXPECT_EQ(proc_read(report_path, count), text) << count;
+    const HandlerResult called = call_read_proc(find_proc(report_path), 3072, 3072);
+    EXPECT_EQ(called.result, 3072);
+    EXPECT_EQ(called.eof, 0);
+    EXPECT_EQ(called.start, 3072);
+    EXPECT_EQ(called.page.substr(0, 6144), text.substr(0, 6144));
+}
+
+TEST_F(ProcWindowTest, the_buffer_holds_the_whole_text)
+{
+    fill(300, true);
+    const std::string text = whole();
+    const HandlerResult called = call_read_proc(find_proc(report_path), 0, 1 << 20);
+    EXPECT_EQ(called.result, static_cast<int>(text.size()));
+    EXPECT_EQ(called.page.substr(0, text.size()), text);
 }
 
 TEST_F(ProcWindowTest, mappings_of_other_interfaces_only_make_the_buffer_larger)
