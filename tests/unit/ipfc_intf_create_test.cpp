@@ -20,7 +20,6 @@ extern "C" proc_dir_entry* __wrap_kapi_create_proc_entry(const char* name, mode_
 
 namespace {
 
-
 class InterfaceCreateTest : public ControlTest {};
 
 TEST_F(InterfaceCreateTest, creation_has_its_effects_in_order)
