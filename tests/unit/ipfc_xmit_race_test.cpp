@@ -185,26 +185,4 @@ TEST_F(XmitRaceTest, the_fcid_taken_away_meanwhile_does_not_change_the_exchange_
     EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516 0a0b0c=4660"}));
 }
 
-// Many senders and one that keeps deleting; the fixture's end checks what is left.
-TEST_F(XmitRaceTest, senders_and_a_deleter_on_many_processors_leave_the_table_whole)
-{
-    for (const int element : {IPFC_DBG_ERRORS, IPFC_DBG_EVENTS})
-        platform().elements[element] = {.history = false, .log = false, .texts = {}};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i)
-        threads.emplace_back([this] {
-            for (int n = 0; n < 150; ++n) {
-                const ipfc_ll_addr_t peer = {.ww_portname = peer_port, .fcid = peer_fcid};
-                ip_output(dev, ETH_P_IP, &peer, bytes(ipv4_packet));
-            }
-        });
-    threads.emplace_back([this] {
-        for (int n = 0; n < 150; ++n)
-            delete_mapping();
-    });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_LE(table_of(priv).size(), 1u);
-}
-
 } // namespace

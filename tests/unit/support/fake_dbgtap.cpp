@@ -2,6 +2,7 @@
 #include "support/fake_platform.h"
 #include "support/fake_state.h"
 
+#include "records.h"
 #include "twin.h"
 
 #include <cstdarg>
@@ -39,7 +40,7 @@ DebugElement* element_of(dbgtap_handle_t handle, int element)
 
 void drop_registrations()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     registered.clear();
 }
 
@@ -51,7 +52,7 @@ dbgtap_handle_t dbgtap_dbg_init(const char* modname, const char* moddesc, int nu
     journal().add(Source::platform, strf("dbgtap_dbg_init %s", modname));
     if (fake.dbgtap_out_of_memory || heap().attempt(Kind::platform, "dbgtap_dbg_init"))
         return nullptr;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     fake.module_name = modname;
     fake.module_description = moddesc;
     fake.element_descriptions.assign(descriptions, descriptions + num_elements);
@@ -68,7 +69,7 @@ void dbgtap_dbg_close(dbgtap_handle_t handle)
     journal().add(Source::platform, "dbgtap_dbg_close");
     if (handle == nullptr)
         return;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     if (std::erase_if(registered, [&](const auto& entry) { return entry.get() == handle; }) == 0)
         fault("dbgtap_dbg_close of a handle that is not open");
     else
@@ -77,7 +78,7 @@ void dbgtap_dbg_close(dbgtap_handle_t handle)
 
 int dbgtap_is_hist_enabled_for_dbgelem(dbgtap_handle_t handle, int element)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const DebugElement* const entry = element_of(handle, element);
     return entry != nullptr && entry->history ? 1 : 0;
 }
@@ -93,7 +94,7 @@ void dbgtap_log_hist_for_dbgelem(dbgtap_handle_t handle, int element, const char
         die("the test machine has no memory for a message");
     const std::string whole(text, static_cast<std::size_t>(length));
     std::free(text);
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     DebugElement* const entry = element_of(handle, element);
     if (entry == nullptr)
         return;
@@ -105,7 +106,7 @@ void dbgtap_log_hist_for_dbgelem(dbgtap_handle_t handle, int element, const char
 
 int dbgtap_chk_nofilter(dbgtap_handle_t handle, int element)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const DebugElement* const entry = element_of(handle, element);
     return entry != nullptr && entry->log ? 1 : 0;
 }

@@ -2,6 +2,7 @@
 #include "support/fake_platform.h"
 #include "support/fake_state.h"
 
+#include "records.h"
 #include "twin.h"
 
 #include <cstring>
@@ -75,7 +76,7 @@ SentIu record_of(const fc2_iuhdr_t* header, const sk_buff* skb)
 
 void drop_sockets()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     sockets.clear();
 }
 
@@ -83,7 +84,7 @@ bool FakePlatform::deliver(IncomingIu iu) const
 {
     socket* target;
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         if (sock == nullptr)
             return false;
         target = sock;
@@ -92,7 +93,7 @@ bool FakePlatform::deliver(IncomingIu iu) const
     }
     const int length = iu.nbytes.value_or(static_cast<int>(iu.bytes.size()));
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         target->waiting.push_back(std::move(iu));
     }
     raise_softirq([target, length] {
@@ -106,7 +107,7 @@ bool FakePlatform::deliver(IncomingIu iu) const
 int kfc2_sock_create(int arg, socket** sock, fc2_data_ready_t data_ready)
 {
     might_sleep("kfc2_sock_create");
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     FakePlatform& fake = platform();
     int result = fake.sock_create_result;
     if (result == 0 && heap().attempt(Kind::platform, "kfc2_sock_create"))
@@ -123,7 +124,7 @@ int kfc2_sock_create(int arg, socket** sock, fc2_data_ready_t data_ready)
 
 int kfc2_sock_bind(socket* sock, sockaddr_fc2* addr, int length)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     FakePlatform& fake = platform();
     const int result = is_open(sock, "kfc2_sock_bind") ? fake.bind_result : -22;
     journal().add(Source::platform, strf("kfc2_sock_bind %d = %d", length, result));
@@ -145,7 +146,7 @@ int kfc2_setsockopt(socket* sock, int level, int option, void* value, int length
                                                           : "unknown option";
     std::function<void(const SocketOption&)> hook;
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         is_open(sock, "kfc2_setsockopt");
         record.result = take_or(fake.option_results, 0);
         journal().add(Source::platform,
@@ -161,7 +162,7 @@ int kfc2_setsockopt(socket* sock, int level, int option, void* value, int length
 
 int kfc2_recvskb(socket* sock, fc2_iuhdr_t* header, sk_buff** skb)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     if (!is_open(sock, "kfc2_recvskb") || sock->waiting.empty()) {
         journal().add(Source::platform, "kfc2_recvskb, nothing waits");
         return -11;
@@ -190,7 +191,7 @@ int kfc2_sendskb(socket* sock, fc2_iuhdr_t* header, sk_buff* skb)
     SentIu sent = record_of(header, skb);
     std::function<void(const SentIu&)> hook;
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         is_open(sock, "kfc2_sendskb");
         sent.result = take_or(fake.send_results, fake.send_result);
         journal().add(Source::platform,
@@ -216,7 +217,7 @@ int kfc2_send_logo(socket* sock, uint16_t vsan, fcid_t s_id, fcid_t d_id, int ar
     FakePlatform& fake = platform();
     std::function<void(const SentLogo&)> hook;
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         is_open(sock, "kfc2_send_logo");
         journal().add(Source::platform, strf("kfc2_send_logo vsan %u %s to %s", vsan,
                                              fcid_text(s_id).c_str(), fcid_text(d_id).c_str()));
@@ -231,7 +232,7 @@ int kfc2_send_logo(socket* sock, uint16_t vsan, fcid_t s_id, fcid_t d_id, int ar
 void kfc2_sock_close(socket* sock)
 {
     might_sleep("kfc2_sock_close");
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     journal().add(Source::platform, "kfc2_sock_close");
     if (!is_open(sock, "kfc2_sock_close"))
         return;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "fault.h"
 
+#include "records.h"
+
 #include "kapi/bug.h"
 
 #include <cstdarg>
@@ -23,19 +25,19 @@ void die(std::string text)
 
 void fault(std::string text)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     remembered.push_back(std::move(text));
 }
 
 std::vector<std::string> faults()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return remembered;
 }
 
 std::vector<std::string> take_faults()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return std::exchange(remembered, {});
 }
 

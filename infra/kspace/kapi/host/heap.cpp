@@ -3,6 +3,7 @@
 
 #include "context.h"
 #include "fault.h"
+#include "records.h"
 #include "sanitizers.h"
 
 #include "kapi/slab.h"
@@ -75,7 +76,7 @@ void release_oldest()
 // Attempts count from 1 again.
 void arm(unsigned first, unsigned last, bool one_kind, Kind kind)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     attempt_count = 0;
     refused_count = 0;
     fail_first = first;
@@ -129,25 +130,25 @@ void Heap::never_fail()
 
 unsigned Heap::attempts() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return attempt_count;
 }
 
 unsigned Heap::refused() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return refused_count;
 }
 
 std::size_t Heap::live() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return blocks.size();
 }
 
 std::size_t Heap::live(Kind kind) const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     std::size_t count = 0;
     for (const auto& entry : blocks)
         count += entry.second.kind == kind ? 1 : 0;
@@ -156,7 +157,7 @@ std::size_t Heap::live(Kind kind) const
 
 std::vector<std::string> Heap::live_texts() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     std::vector<std::string> result;
     result.reserve(blocks.size());
     for (const auto& [address, block] : blocks)
@@ -168,7 +169,7 @@ std::vector<std::string> Heap::live_texts() const
 
 std::vector<std::string> Heap::served_atomically() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return atomically;
 }
 
@@ -176,7 +177,7 @@ bool Heap::attempt(Kind kind, const char*)
 {
     if (unnumbered > 0)
         return false;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     ++number;
     if (fail_one_kind && kind != fail_kind)
         return false;
@@ -198,45 +199,50 @@ void* Heap::take_silently(Kind kind, std::size_t size, const char* what, bool ze
         die(strf("the test machine is out of memory (%zu bytes for %s)", size, what));
     std::memset(bytes, zeroed ? 0 : fresh_byte, size);
     std::fill_n(bytes + size, guard_size, guard_byte);
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     blocks[bytes] = {kind, size, number, what};
     return bytes;
 }
 
 bool Heap::is_live(Kind kind, const void* block) const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const auto found = blocks.find(block);
     return found != blocks.end() && found->second.kind == kind;
 }
 
 std::size_t Heap::size_of(const void* block) const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const auto found = blocks.find(block);
     return found == blocks.end() ? 0 : found->second.size;
 }
 
+// A free counts as a write of all the bytes, for whoever looks for races.
 bool Heap::give_back(Kind kind, const void* block, const char* function)
 {
-    std::lock_guard guard(mutex);
-    const auto found = blocks.find(block);
-    if (found == blocks.end() || found->second.kind != kind) {
-        fault(strf("%s of %p, which is not allocated as %s (freed twice?)", function, block,
-                   kind_names[static_cast<int>(kind)]));
-        return false;
+    auto* const bytes = static_cast<unsigned char*>(const_cast<void*>(block));
+    Block freed;
+    {
+        RecordGuard guard(mutex);
+        const auto found = blocks.find(block);
+        if (found == blocks.end() || found->second.kind != kind) {
+            fault(strf("%s of %p, which is not allocated as %s (freed twice?)", function, block,
+                       kind_names[static_cast<int>(kind)]));
+            return false;
+        }
+        freed = found->second;
+        blocks.erase(found);
+        if (!all_bytes(bytes + freed.size, guard_size, guard_byte))
+            fault(strf("bytes behind %s of %zu bytes were written", freed.what, freed.size));
     }
     // With AddressSanitizer the block really goes: its own quarantine knows both call stacks.
-    const Block freed = found->second;
-    auto* const bytes = static_cast<unsigned char*>(const_cast<void*>(block));
-    blocks.erase(found);
-    if (!all_bytes(bytes + freed.size, guard_size, guard_byte))
-        fault(strf("bytes behind %s of %zu bytes were written", freed.what, freed.size));
     if (quarantine_blocks == 0) {
         std::free(bytes);
         return true;
     }
     std::memset(bytes, free_byte, freed.size);
+    RecordGuard guard(mutex);
     quarantine.push_back({bytes, freed.size, freed.what});
     while (quarantine.size() > quarantine_blocks)
         release_oldest();
@@ -249,7 +255,7 @@ void Heap::check_flags(unsigned flags, const char* function)
         fault(strf("%s with unknown allocation flags 0x%x", function, flags));
     // No fault: the glue serves such a request without sleeping, as the interface promises.
     if (flags == GFP_KERNEL && in_atomic()) {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         atomically.push_back(strf("%s (%s)", function, context_text().c_str()));
     }
 }
@@ -257,7 +263,7 @@ void Heap::check_flags(unsigned flags, const char* function)
 void Heap::reset()
 {
     never_fail();
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     while (!quarantine.empty())
         release_oldest();
     // What a failed test leaked must not show up in the next one.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "journal.h"
 
+#include "records.h"
+
 #include <algorithm>
 #include <mutex>
 
@@ -20,19 +22,19 @@ Journal& journal()
 
 void Journal::add(Source source, std::string text)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     entries.push_back({source, std::move(text)});
 }
 
 void Journal::clear()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     entries.clear();
 }
 
 std::vector<Event> Journal::events() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return entries;
 }
 

@@ -3,6 +3,7 @@
 
 #include "context.h"
 #include "fault.h"
+#include "records.h"
 #include "sanitizers.h"
 
 #include <algorithm>
@@ -71,7 +72,7 @@ void note_order(Key outer, Key inner)
 {
     if (!seen().pairs.insert({outer, inner}).second)
         return;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     std::set<Key> visited;
     if (reaches(inner, outer, visited))
         fault("lock order inversion: " + name_locked(inner) + " taken inside " +
@@ -90,7 +91,7 @@ void note_use(Key lock_class)
         return;
     if (!seen().uses.insert({lock_class, in_softirq ? 1 : 2}).second)
         return;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     LockClass& entry = classes[lock_class];
     (in_softirq ? entry.in_softirq : entry.with_softirqs_on) = true;
     if (entry.in_softirq && entry.with_softirqs_on)
@@ -102,14 +103,14 @@ void note_use(Key lock_class)
 
 void name_lock(const void* lock, std::string name)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const auto site = known_sites.find(lock);
     classes[site != known_sites.end() ? site->second : lock].name = std::move(name);
 }
 
 void declare_lock_order(const void* outer, const void* inner)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const auto key = [](const void* lock) {
         const auto site = known_sites.find(lock);
         return site != known_sites.end() ? site->second : lock;
@@ -128,14 +129,14 @@ const void* class_of(const void* lock, const void* init_site)
 {
     if (init_site == nullptr)
         return lock;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     known_sites[lock] = init_site;
     return init_site;
 }
 
 std::string name_of(const void* lock_class)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return name_locked(lock_class);
 }
 
@@ -169,7 +170,7 @@ void count(int change)
 
 void reset()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     classes.clear();
     known_sites.clear();
     generation.fetch_add(1, std::memory_order_relaxed);

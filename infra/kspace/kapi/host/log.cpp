@@ -2,6 +2,7 @@
 #include "log.h"
 
 #include "journal.h"
+#include "records.h"
 
 #include "kapi/printk.h"
 
@@ -37,7 +38,7 @@ Log& log()
 
 std::vector<LogLine> Log::lines() const
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return printed;
 }
 
@@ -59,7 +60,7 @@ bool Log::contains(const std::string& raw_text) const
 
 void Log::clear()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     printed.clear();
 }
 
@@ -77,7 +78,7 @@ int printk(const char* format, ...)
     twin::LogLine line = twin::parse(std::string(text, static_cast<std::size_t>(length)));
     std::free(text);
     twin::journal().add(twin::Source::printk, line.raw);
-    std::lock_guard guard(twin::mutex);
+    twin::RecordGuard guard(twin::mutex);
     twin::printed.push_back(std::move(line));
     return length;
 }

@@ -5,6 +5,7 @@
 #include "heap.h"
 #include "journal.h"
 #include "module.h"
+#include "records.h"
 #include "slab_caches.h"
 
 #include "kapi/slab.h"
@@ -37,7 +38,7 @@ std::unordered_map<const kmem_cache*, void*> caches;
 
 bool is_cache(const kmem_cache* cache, const char* function)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     if (caches.count(cache) != 0)
         return true;
     fault(strf("%s with a cache that does not exist (destroyed?)", function));
@@ -57,7 +58,7 @@ kmem_cache* kmem_cache_create(const char* name, std::size_t size, std::size_t al
     journal().add(Source::slab, strf("kmem_cache_create %s", name));
     auto* const cache = new kmem_cache{name, size, align, flags, ctor, {}, Module::starting()};
     void* const block = heap().take_silently(Kind::cache, 1, "kmem_cache");
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     for (const auto& entry : caches)
         if (entry.first->name == name)
             fault(strf("kmem_cache_create of %s, which exists", name));
@@ -71,7 +72,7 @@ void kmem_cache_destroy(kmem_cache* cache)
     if (!is_cache(cache, "kmem_cache_destroy"))
         return;
     journal().add(Source::slab, strf("kmem_cache_destroy %s", cache->name.c_str()));
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     // Objects of a cache that is gone stay counted: the test ends with a leak.
     if (!cache->objects.empty())
         fault(strf("kmem_cache_destroy of %s with %zu objects", cache->name.c_str(),
@@ -91,7 +92,7 @@ void* kmem_cache_alloc(kmem_cache* cache, gfp_t flags)
         return nullptr;
     if (cache->ctor != nullptr)
         cache->ctor(object);
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     cache->objects.insert(object);
     return object;
 }
@@ -101,7 +102,7 @@ void kmem_cache_free(kmem_cache* cache, void* object)
     if (!is_cache(cache, "kmem_cache_free"))
         return;
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         if (cache->objects.erase(object) == 0) {
             fault(strf("kmem_cache_free of an object that %s does not hold (freed twice?)",
                        cache->name.c_str()));
@@ -146,7 +147,7 @@ namespace twin {
 
 void release_slab_caches(const Module* owner, bool left_is_fault)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     std::erase_if(caches, [&](const auto& entry) {
         const kmem_cache* const cache = entry.first;
         if (cache->owner != owner)
@@ -163,7 +164,7 @@ void release_slab_caches(const Module* owner, bool left_is_fault)
 
 void reset_slab_caches()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     for (const auto& entry : caches)
         delete entry.first;
     caches.clear();
@@ -171,7 +172,7 @@ void reset_slab_caches()
 
 std::vector<SlabCache> slab_caches()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     std::vector<SlabCache> result;
     for (const auto& entry : caches) {
         const kmem_cache& cache = *entry.first;

@@ -3,6 +3,7 @@
 
 #include "context.h"
 #include "fault.h"
+#include "records.h"
 
 #include "kapi/uaccess.h"
 
@@ -29,7 +30,7 @@ UserCopies copies;
 // How many of length bytes at address are mapped, from the first on.
 unsigned long reachable(unsigned long address, unsigned long length, bool write)
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     unsigned long at = address;
     while (at - address < length) {
         auto next = regions.upper_bound(at);
@@ -51,7 +52,7 @@ unsigned long copy(void* to, const void* from, unsigned long user, unsigned long
         done = reachable(user, length, write);
     if (done != 0)
         std::memcpy(to, from, done);
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     (write ? copies.to_user : copies.from_user) += static_cast<unsigned>(done);
     copies.faults += done != length ? 1 : 0;
     return length - done;
@@ -70,7 +71,7 @@ UserMemory::UserMemory(std::size_t size, Access access) : size_(size)
     const std::size_t inner = mapping_size_ - 2 * page_size;
     mprotect(mapping_ + page_size, inner, PROT_READ | PROT_WRITE);
     bytes_ = mapping_ + page_size + inner - size;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     const auto start = reinterpret_cast<unsigned long>(mapping_) + page_size;
     regions[start] = {start + inner, access == Access::read_write};
 }
@@ -84,7 +85,7 @@ UserMemory::UserMemory(std::span<const std::uint8_t> bytes, Access access)
 UserMemory::~UserMemory()
 {
     {
-        std::lock_guard guard(mutex);
+        RecordGuard guard(mutex);
         regions.erase(reinterpret_cast<unsigned long>(mapping_) + page_size);
     }
     munmap(mapping_, mapping_size_);
@@ -103,14 +104,14 @@ bool in_user_space(unsigned long address, unsigned long size)
 
 UserCopies user_copies()
 {
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     return copies;
 }
 
 void reset_user_memory()
 {
     address_limit = default_address_limit;
-    std::lock_guard guard(mutex);
+    RecordGuard guard(mutex);
     copies = {};
 }
 
