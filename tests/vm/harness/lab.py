@@ -78,7 +78,7 @@ class Lab:
                 )
             )
         if len(names) == 1:
-            self.peer = wire.Peer(ends[1])
+            self.peer = wire.Peer(ends[1], self.kernel.patience)
         else:
             ends[1].close()
         ends[0].close()

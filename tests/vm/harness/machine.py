@@ -143,6 +143,7 @@ class Machine:
             raise Failure(f"{self.name}: `{command}` while another command is under way")
         self._number += 1
         self._busy = True
+        timeout *= self.lab.kernel.patience
         text = base64.b64encode(command.encode()).decode()
         if len(text) > REQUEST_LIMIT:
             raise Failure(f"{self.name}: a command of {len(command)} bytes is too long")
@@ -222,7 +223,8 @@ class Machine:
 
     def wait_ready(self):
         """Waits for the machine's report for duty."""
-        line = self._line(time.monotonic() + BOOT_LIMIT, "the boot")
+        limit = BOOT_LIMIT * self.lab.kernel.patience
+        line = self._line(time.monotonic() + limit, "the boot")
         if not line.startswith("READY "):
             raise Failure(f"{self.name}: did not come up well: {line}")
         self.release = line.split()[1]

@@ -30,6 +30,17 @@ EXPECTED = [
         r"hrtimer: interrupt took \d+ ns",
         "the same: the host took the processor away in the middle of a timer interrupt",
     ),
+    (
+        r"Lock dependency validator: .*|\.\.\. (MAX_LOCK\w+|\w+HASH_SIZE): +\d+"
+        r"| (memory used (by lock dependency info|for stack traces)|per task-struct memory footprint): .*",
+        "how a kernel that checks its locks introduces itself",
+    ),
+    (
+        r"\*{58}|\*\* +\*\*|\*\* +NOTICE( NOTICE)+ +\*\*"
+        r"|\*\* This system shows unhashed kernel memory addresses +\*\*"
+        r"|\*\* (via the console|might reduce|If you see|the kernel, report|administrator!).* \*\*",
+        "the same for one that checks its memory: it prints addresses as they are",
+    ),
 ]
 
 

@@ -13,14 +13,16 @@ from .errors import Failure
 class Peer:
     """Sends and receives whole Ethernet frames, without the frame check sequence."""
 
-    def __init__(self, end):
+    def __init__(self, end, patience=1):
         self._end = end
+        self._patience = patience
 
     def send(self, frame):
         self._end.send(frame)
 
     def receive(self, matches=lambda frame: True, timeout=10):
         """The next frame for which `matches` is true; the others are thrown away."""
+        timeout *= self._patience
         deadline = time.monotonic() + timeout
         seen = 0
         while (left := deadline - time.monotonic()) > 0:
