@@ -69,7 +69,7 @@ class Lab:
                     name,
                     number,
                     cpus,
-                    memory,
+                    memory + self.kernel.memory,
                     netdev=f"dgram,id=link,local.type=fd,local.str={ends[number].fileno()}",
                     mac=f"52:54:00:00:00:{number + 1:02x}",
                     extra_arguments=capture,
