@@ -209,6 +209,14 @@ TEST_F(HeaderTest, a_node_with_other_first_bytes_gives_them_to_the_header_and_ke
     EXPECT_TRUE(platform().logos.empty());
 }
 
+TEST_F(HeaderTest, a_name_with_other_first_bytes_corrects_the_fcid_of_the_node_with_10_00)
+{
+    add(peer_port, fcid(0x777777));
+    const ipfc_ll_addr_t daddr = address("20:00:00:5e:bf:0a:0b:01", peer_fcid);
+    EXPECT_EQ(headers_for(&daddr, &own_address).substr(36, 23), "10 00 00 5e bf 0a 0b 01");
+    EXPECT_EQ(table_of(priv), (Lines{"15 10:00:00:5e:bf:0a:0b:01 > 141516"}));
+}
+
 TEST_F(HeaderTest, the_destination_written_survives_a_delete_of_its_node_during_the_update)
 {
     add_exchange(priv, add(peer_port, fcid(0x777777)), own_fcid, 7);

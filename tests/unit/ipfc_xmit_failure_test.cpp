@@ -185,6 +185,17 @@ TEST_F(XmitFailureTest, a_refused_unicast_ends_its_exchange_as_the_error_says_an
     EXPECT_EQ(num_exch_obj, 0);
 }
 
+TEST_F(XmitFailureTest, a_refusal_is_counted_after_its_logo)
+{
+    add_exchange(priv, add_peer(), own_fcid, 6);
+    platform().send_result = -111;
+    std::string during_logo = "none was sent";
+    platform().on_logo = [&](const SentLogo&) { during_logo = counters(); };
+    send_unicast();
+    EXPECT_EQ(during_logo, "");
+    EXPECT_EQ(counters(), "tx_errors=1");
+}
+
 TEST_F(XmitFailureTest, a_refused_first_packet_has_no_exchange_to_end_and_sends_no_logo)
 {
     add_peer();
