@@ -37,7 +37,6 @@ def scenario(lab):
     stop_daemon(a)
     for switch in (a, b):
         switch.unload()
-    nothing_parked_is_lost(a)
 
 
 def line_of(port):
@@ -154,24 +153,3 @@ def answers_through_the_compatibility_entry(a, b):
         told = a.run(f"printf 'open /dev/ipfc\\nread c edge {bytes(12).hex()}\\n' | {tool}")
         expect(asked in told, f"{tool}: the request can be read: {told}")
     start_daemon(a)
-
-
-def available(switch):
-    switch.run("echo 3 > /proc/sys/vm/drop_caches")
-    return int(switch.run("awk '/^MemAvailable/ { print $2 }' /proc/meminfo"))
-
-
-def nothing_parked_is_lost(a):
-    """Unloading frees what is parked and what nobody has read: 12 times ten packets of 32 KiB."""
-    head = frame(name_of(a.port(VSAN)), NOBODY, b"")
-    a.run(f"(printf {head.hex()}; head -c 65536 /dev/zero | tr '\\0' 0) > /tmp/frame")
-    before = None
-    for round in range(15):
-        a.load()
-        a.create_vsan(VSAN, addresses=False)
-        a.run(f"packet raw {DEVICE} 800 $(cat /tmp/frame) {PLACES:x}")
-        a.unload()
-        if round == 2:
-            before = available(a)
-    lost = before - available(a)
-    expect(lost < 1536, f"{lost} KiB are gone, of 3840 that were parked")
