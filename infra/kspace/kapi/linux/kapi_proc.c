@@ -223,30 +223,33 @@ static void forget(struct kapi_pde* own)
     kfree(own);
 }
 
-static void remove_tree(struct kapi_pde* own);
-
-// Each removal changes the list, so the walk begins anew.
-static void remove_below(const struct kapi_pde* directory)
+static struct kapi_pde* child_of(const struct kapi_pde* directory)
 {
     struct kapi_pde* own;
 
-again:
     list_for_each_entry(own, &entries, link)
     {
-        if (own->entry && (const void*)own->parent == directory->handle) {
-            remove_tree(own);
-            goto again;
-        }
+        if (own->entry && (const void*)own->parent == directory->handle)
+            return own;
     }
+    return NULL;
 }
 
 // Deepest first: not every kernel takes a directory away with all below it.
-static void remove_tree(struct kapi_pde* own)
+static void remove_tree(struct kapi_pde* top)
 {
-    if (own->directory)
-        remove_below(own);
-    take_from_kernel(own);
-    forget(own);
+    struct kapi_pde* deepest;
+    struct kapi_pde* below;
+    bool last;
+
+    do {
+        deepest = top;
+        while ((below = child_of(deepest)))
+            deepest = below;
+        last = deepest == top;
+        take_from_kernel(deepest);
+        forget(deepest);
+    } while (!last);
 }
 
 // Only entries of this module are looked for.
