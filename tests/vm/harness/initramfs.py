@@ -7,7 +7,9 @@ import re
 import shutil
 import subprocess
 
+from . import oldstat
 from .errors import NotReady
+from .programs import programs
 
 SEARCH = os.pathsep.join([os.environ.get("PATH", ""), "/usr/sbin", "/sbin", "/usr/bin", "/bin"])
 
@@ -16,11 +18,23 @@ SEARCH = os.pathsep.join([os.environ.get("PATH", ""), "/usr/sbin", "/sbin", "/us
 #: shell prefers its own programs to those of the search path, so the shell is another one.
 PROGRAMS = ("ip", "ping", "dash")
 
+#: Such a kernel makes no device files by itself.
+OLD_NODES = (
+    ("dev/null", 1, 3),
+    ("dev/zero", 1, 5),
+    ("dev/random", 1, 8),
+    ("dev/urandom", 1, 9),
+    ("dev/kmsg", 1, 11),
+    ("dev/ttyS0", 4, 64),
+    ("dev/ttyS1", 4, 65),
+)
+
 
 class Archive:
     """A cpio archive in the "newc" format that the kernel unpacks at boot."""
 
-    def __init__(self):
+    def __init__(self, old_kernel):
+        self._old_kernel = old_kernel
         self._parts = []
         self._folders = set()
         self._inode = 0
@@ -28,6 +42,8 @@ class Archive:
     def file(self, path, content, mode=0o644):
         """Adds a regular file, and the folders above it."""
         self._above(path)
+        if self._old_kernel:
+            content = oldstat.adapt(content, path)
         self._member(path, 0o100000 | mode, content)
 
     def link(self, path, target):
@@ -70,13 +86,13 @@ def build(path, kernel, stock_modules, files):
     `stock_modules` are loaded by the machine itself before it reports for duty; `files` maps a
     path in the machine to a file of this computer.
     """
-    archive = Archive()
+    archive = Archive(kernel.old)
     for folder in ("proc", "sys", "dev", "run", "tmp", "root"):
         archive.folder(folder)
     archive.node("dev/console", 5, 1)
-    archive.file("init", (pathlib.Path(__file__).parent / "init").read_bytes(), 0o755)
+    _init(archive, kernel)
     _busybox(archive)
-    libraries = _programs(archive)
+    libraries = _programs(archive, kernel)
     archive.link("bin/sh", "dash")
     modules = kernel.closure(stock_modules)
     for name, content in modules:
@@ -91,6 +107,23 @@ def build(path, kernel, stock_modules, files):
     for library in sorted(libraries):
         archive.file(library, pathlib.Path(library).read_bytes(), 0o755)
     archive.write(path)
+
+
+def _init(archive, kernel):
+    script = (pathlib.Path(__file__).parent / "init").read_bytes()
+    if not kernel.old:
+        archive.file("init", script, 0o755)
+        return
+    # Everything in the machine runs under a process that makes up for what the kernel lacks.
+    for path, program in programs("newcomer").items():
+        archive.file(path, program.read_bytes(), 0o755)
+    archive.file("init", b"#!/bin/newcomer /servant\n", 0o755)
+    archive.file("servant", script, 0o755)
+    # The kernel runs it for each new device.
+    archive.file("hotplug", b"#!/bin/newcomer /bin/mdev\n", 0o755)
+    archive.file("etc/mdev.conf", b".* 0:0 600\n")
+    for path, major, minor in OLD_NODES:
+        archive.node(path, major, minor)
 
 
 def find_program(name):
@@ -109,12 +142,17 @@ def _busybox(archive):
             archive.link(f"bin/{applet}", "busybox")
 
 
-def _programs(archive):
+def _programs(archive, kernel):
     """Puts the programs in; gives the libraries that they are linked with."""
     libraries = set()
     for name in PROGRAMS:
         program = find_program(name)
-        archive.file(f"bin/{name}", pathlib.Path(program).read_bytes(), 0o755)
+        folder = "bin"
+        if kernel.old and name == "ip":
+            folder = "sbin"
+            front = pathlib.Path(__file__).parent / "old-ip"
+            archive.file("bin/ip", front.read_bytes(), 0o755)
+        archive.file(f"{folder}/{name}", pathlib.Path(program).read_bytes(), 0o755)
         libraries |= linked_libraries(program)
     return libraries
 

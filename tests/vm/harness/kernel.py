@@ -42,9 +42,15 @@ class Kernel:
         for path in (self.image, self.build, self._stock):
             if not path.exists():
                 raise NotReady(f"kernel {name}: {path} is missing; ./test or ./run lays it down")
+        #: Whether it is older than what this computer's C library was built for.
+        self.old = self._version() < (3, 2)
         #: ipfc.ko and brim_platform.ko for this kernel.
         self.out = ROOT / "out" / name
         self._index = None
+
+    def _version(self):
+        release = (self.build / "include" / "config" / "kernel.release").read_text()
+        return tuple(int(number) for number in re.findall(r"\d+", release)[:2])
 
     def closure(self, names):
         """The stock modules `names` with all they need, as (name, content), in loading order.

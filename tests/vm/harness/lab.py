@@ -108,7 +108,8 @@ class Lab:
             if machine.alive:
                 log = machine.log()
                 (self.folder / f"{machine.name}.log").write_text(log)
-                bad += [f"{machine.name}: {line}" for line in messages.unexplained(log, also)]
+                lines = messages.unexplained(log, also, self.kernel.old)
+                bad += [f"{machine.name}: {line}" for line in lines]
         if bad:
             raise Failure("unexplained kernel messages:\n" + "\n".join(bad))
 

@@ -44,19 +44,32 @@ EXPECTED = [
 ]
 
 
-def unexplained(log, also=()):
+#: A kernel from before 3.2 prints half of what it says at boot without a level, which makes each a
+#: warning. So up to the line that says this, only what looks like a defect counts.
+READY = "the machine is ready"
+DEFECT = re.compile(
+    r"\bBUG\b|WARNING: at|Oops|Call Trace|INFO: (possible|task|inconsistent|lockdep)"
+    r"|inconsistent lock|slab error|corruption|general protection"
+)
+
+
+def unexplained(log, also=(), old_kernel=False):
     """The messages of `log` (as `dmesg -r` prints it) that are bad and that nobody has explained.
 
     `also` are further patterns that the scenario at hand provokes on purpose.
     """
     patterns = [re.compile(pattern) for pattern, _ in EXPECTED] + [re.compile(p) for p in also]
     bad = []
+    booting = old_kernel
     for line in log.splitlines():
         found = re.match(r"<(\d+)>\[\s*\d+\.\d+\] ?(.*)$", line)
         if not found:
             bad.append(f"(not a kernel message: {line!r})")
             continue
         level, text = int(found.group(1)) & 7, found.group(2)
+        booting = booting and text != READY
+        if booting and not DEFECT.search(text):
+            continue
         if level <= WARNING and not any(pattern.fullmatch(text) for pattern in patterns):
             bad.append(f"<{level}> {text}")
     return bad
