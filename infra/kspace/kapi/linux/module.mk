@@ -44,7 +44,7 @@ cxx-c-only := -std=% -g% -w -Werror-implicit-function-declaration $(shell LC_ALL
 cxx-include-common = -I$(stage) -I$(root)/include -I$(root)/infra/kspace
 cxx_flags = -Wp,-MMD,$(depfile) \
 	$(filter-out $(cxx-c-only),$(_c_flags) $(modkern_cflags)) \
-	-std=c++20 -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics \
+	-D__KERNEL__ -std=c++20 -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics \
 	-g0 -Werror $(cxx-include)
 
 quiet_cmd_cxx_o_cpp = CXX $(quiet_modtag) $@
