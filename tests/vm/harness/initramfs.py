@@ -7,7 +7,7 @@ import re
 import shutil
 import subprocess
 
-from . import oldstat
+from . import oldcalls
 from .errors import NotReady
 from .programs import programs
 
@@ -43,7 +43,7 @@ class Archive:
         """Adds a regular file, and the folders above it."""
         self._above(path)
         if self._old_kernel:
-            content = oldstat.adapt(content, path)
+            content = oldcalls.adapt(content, path)
         self._member(path, 0o100000 | mode, content)
 
     def link(self, path, target):
