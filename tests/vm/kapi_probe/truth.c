@@ -7,6 +7,14 @@
 #include <linux/skbuff.h>
 #include <linux/uaccess.h>
 
+// Names that some kernels do not have yet.
+#ifndef IFF_TX_SKB_SHARING
+#define IFF_TX_SKB_SHARING 0
+#endif
+#ifndef TASK_SIZE_MAX
+#define TASK_SIZE_MAX TASK_SIZE64
+#endif
+
 int truth_hold;
 int truth_fail;
 module_param_named(hold, truth_hold, int, 0644);
@@ -22,7 +30,7 @@ void truth_of_skb(const struct sk_buff* skb, struct truth_skb* truth)
     truth->data_len = skb->data_len;
     truth->headroom = skb_headroom(skb);
     truth->tailroom = skb_tailroom(skb);
-    truth->end = skb_end_offset(skb);
+    truth->end = skb_end_pointer(skb) - skb->head;
     truth->mac_offset = skb_mac_header(skb) - skb->head;
     truth->pkt_type = skb->pkt_type;
     truth->protocol = skb->protocol;

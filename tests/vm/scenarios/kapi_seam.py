@@ -18,6 +18,9 @@ EXPECTED = [
     (r"kapi_probe says nothing about its level", "a message without level gets the default, 4"),
 ]
 
+#: Loads the probe; on an old kernel its node comes a little later.
+LOADED = "insmod /modules/kapi_probe.ko && until test -c /dev/kapi_probe; do usleep 10000; done"
+
 SOURCES = ROOT / "tests" / "vm" / "kapi_probe"
 
 
@@ -112,6 +115,9 @@ def message_levels_arrive(a):
 
 def sleeping_memory_under_a_lock_is_atomic(a):
     """What the kernel traces of the probe's allocations: 777 and 712 bytes are asked under a lock."""
+    if a.lab.kernel.old:
+        print("not run: sleeping_memory_under_a_lock_is_atomic; this kernel traces no allocations")
+        return
     a.run("mount -t tracefs tracefs /sys/kernel/tracing 2>/dev/null || true")
     a.run(
         "cd /sys/kernel/tracing && echo 'bytes_req == 777 || bytes_req == 778' > events/kmem/kmalloc/filter"
@@ -153,7 +159,9 @@ def hold(a, path):
 def removal_under_an_open_report(a):
     hold(a, "/proc/kapi_probe/doomed")
     a.run("probe ioctl 54 0")
-    expect(a.try_run("test -e /proc/kapi_probe/doomed").status != 0, "the entry has gone")
+    # On a kernel before 3.2 a name that somebody has open stays, and nobody can open it any more.
+    look = "cat" if a.lab.kernel.old else "test -e"
+    expect(a.try_run(f"{look} /proc/kapi_probe/doomed").status != 0, "the entry has gone")
     a.run("touch /run/gone")
     a.wait_until("grep -qx 'ok 0' /run/background/hold")
 
@@ -161,9 +169,11 @@ def removal_under_an_open_report(a):
 def unload_under_an_open_report(a):
     hold(a, "/proc/kapi_probe/whole")
     a.run("rmmod kapi_probe")
-    nothing_is_left(a)
+    if not a.lab.kernel.old:
+        nothing_is_left(a)
     a.run("touch /run/gone")
     a.wait_until("grep -qx 'ok 0' /run/background/hold")
+    nothing_is_left(a)
 
 
 def nothing_is_left(a):
@@ -171,6 +181,7 @@ def nothing_is_left(a):
     for path in ("/proc/kapi_probe", "/sys/class/net/kprobe0", "/sys/class/kapi_probe",
                  "/dev/kapi_probe", "/sys/kernel/slab/kapi_probe_cache"):  # fmt: skip
         expect(a.try_run(f"test -e {path}").status != 0, f"{path} has gone")
+    expect("kapi_probe_cache" not in a.run("cat /proc/slabinfo"), "no slab cache")
 
 
 def failed_start_up_leaves_nothing(a):
@@ -178,18 +189,21 @@ def failed_start_up_leaves_nothing(a):
         done = a.try_run("insmod /modules/kapi_probe.ko fail=1")
         expect(done.status != 0 and "busy" in done.err.lower(), f"start-up fails: {done.err}")
         nothing_is_left(a)
-    a.run("insmod /modules/kapi_probe.ko && probe checks && rmmod kapi_probe")
+    a.run(f"{LOADED} && probe checks && rmmod kapi_probe")
 
 
 def devices_are_freed_in_the_end(a):
     """A device is one block of its size class; a hundred that leaked would show."""
 
     def round_trip():
-        a.run("insmod /modules/kapi_probe.ko && probe ioctl 53 100 && rmmod kapi_probe", timeout=120)
+        a.run(f"{LOADED} && probe ioctl 53 100 && rmmod kapi_probe", timeout=120)
 
     def blocks():
         table = a.run("cat /proc/slabinfo")
-        return sum(int(n) for n in re.findall(r"^kmalloc-(?:cg-)?[48]k +(\d+)", table, re.M))
+        classes = r"^(?:kmalloc-(?:cg-)?[48]k|size-(?:4096|8192)) +(\d+)"
+        found = sum(int(n) for n in re.findall(classes, table, re.M))
+        expect(found > 0, f"blocks of 4 and 8 KiB are counted:\n{table}")
+        return found
 
     round_trip()
     before = blocks()
