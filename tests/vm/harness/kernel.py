@@ -4,8 +4,9 @@
 A kernel is known by a name. "6.1" and "6.12" are laid down by scripts/setup.sh under
 .cache/kernels/<name>/ (image, modules, build). The name "extra" stands for a kernel of one's own:
 IPFC_KERNEL_IMAGE is its bzImage and IPFC_KERNEL_BUILD its build tree. When it is a slow one, say
-because it checks itself, IPFC_KERNEL_PATIENCE is the factor by which every time limit grows, and
-IPFC_KERNEL_MEMORY the MiB that each machine gets on top of the usual ones.
+because it checks itself, IPFC_KERNEL_PATIENCE is the factor by which every time limit grows,
+IPFC_KERNEL_MEMORY the MiB that each machine gets on top of the usual ones, and
+IPFC_KERNEL_PROCESSORS how many processors each has, whatever the scenario asks for.
 """
 
 import gzip
@@ -26,11 +27,14 @@ class Kernel:
         self.name = name
         #: How many times longer than usual this kernel may take for everything.
         self.patience = 1
+        #: Processors of each machine, whatever the scenario asks for; 0 leaves it to that.
+        self.processors = 0
         #: MiB that it needs for itself.
         self.memory = 0
         if name == "extra":
             self.patience = int(os.environ.get("IPFC_KERNEL_PATIENCE", "1"))
             self.memory = int(os.environ.get("IPFC_KERNEL_MEMORY", "0"))
+            self.processors = int(os.environ.get("IPFC_KERNEL_PROCESSORS", "0"))
             self.image = _from_environment("IPFC_KERNEL_IMAGE")
             self.build = _from_environment("IPFC_KERNEL_BUILD")
             self._stock = self.build

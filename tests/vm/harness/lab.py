@@ -68,7 +68,7 @@ class Lab:
                     self,
                     name,
                     number,
-                    cpus,
+                    self.kernel.processors or cpus,
                     memory + self.kernel.memory,
                     netdev=f"dgram,id=link,local.type=fd,local.str={ends[number].fileno()}",
                     mac=f"52:54:00:00:00:{number + 1:02x}",
