@@ -63,13 +63,13 @@ def scenario(lab):
         a.background(name, reader(name, command))
     for name, _ in READERS:
         a.wait_until(f"[ $(wc -l < /tmp/{name}.count) -ge {READINGS} ]", timeout=120)
+    seen(a)
     # Before anything is stopped: everybody has lasted until now.
     for name in ("there", "changing", *(name for name, _ in READERS)):
         a.run(f"kill -0 $(cat /run/background/{name}.pid)")
     b.run("kill -0 $(cat /run/background/back.pid)")
     told = a.run("cat /tmp/wrong.* 2> /dev/null; true")
     expect(told == "", f"lines that make no sense:\n{told}")
-    seen(a)
     stop(a, b)
 
 
@@ -106,7 +106,7 @@ def seen(a):
         "^   exch with ", "^10:00:02:aa:bb:cc:dd:01 -> ", "^10:00:02:aa:bb:cc:dd:13 -> ",
         " 10:00:02:aa:bb:cc:dd:13 0x", "^VSAN Interface   30 :", "^mapping obj allocated = 1$",
     ):  # fmt: skip
-        a.run(f"grep -q '{pattern}' /tmp/seen")
+        a.wait_until(f"grep -q '{pattern}' /tmp/seen", timeout=120)
     for report, lines in (("ivrip_list", 2), (DEVICE, 6)):
         a.wait_until(f"[ $(wc -l < {REPORTS}/{report}) -gt {lines} ]")
     a.wait_until(f"! test -e {REPORTS}/vsan30")
