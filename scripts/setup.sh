@@ -61,7 +61,7 @@ packages_run=(
 # shellcheck disable=SC2034
 # What ./test needs beyond that.
 packages_test=(
-    clang clang-format clang-tidy libclang-rt-dev shellcheck
+    clang clang-format clang-tidy libclang-rt-dev llvm shellcheck
     libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev
     linux-headers-6.12-cloud-amd64
 )
