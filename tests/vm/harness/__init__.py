@@ -27,7 +27,8 @@ In a machine
   expect_death(command, console)  a command that must stop the kernel
 Of a Switch further: load, unload, create_vsan, delete_vsan, ctl, link, ping, port.
 
-Programs of tests/vm/programs get into a machine with lab.boot("a", files=programs("device")).
+Programs of tests/vm/programs get into a machine with lab.boot("a", files=programs("device"));
+compile_static(source, program) makes others.
 
 In the lab
   lab.peer                send(frame), receive(matches): Ethernet frames as bytes
@@ -46,9 +47,9 @@ from .fabric import PING_SIZES, VSAN_MTU, Ping, Port, Switch
 from .kernel import ROOT, Kernel
 from .lab import Lab
 from .machine import Machine
-from .programs import programs
+from .programs import compile_static, programs
 
 __all__ = [
     "PING_SIZES", "ROOT", "VSAN_MTU", "CommandFailed", "Failure", "Kernel", "Lab", "Machine",
-    "MachineDied", "NotReady", "Ping", "Port", "Switch", "expect", "programs",
+    "MachineDied", "NotReady", "Ping", "Port", "Switch", "compile_static", "expect", "programs",
 ]  # fmt: skip

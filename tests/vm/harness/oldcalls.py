@@ -5,7 +5,7 @@ Today's C library asks for the state of an open file with newfstatat, an empty p
 which kernels before 2.6.39 refuse, and waits without a time limit on the real-time clock, which
 futex does not know before 2.6.28. In the copies for such a machine, each place that makes one of
 these calls goes through a few instructions more, which make it fstat in that case, or drop the
-clock. They go into the padding behind the code.
+clock. They go into the padding behind the code, or into the room that programs/room.c leaves.
 """
 
 import struct
@@ -47,6 +47,9 @@ DETOURS = {
 }
 JUMP = struct.Struct("<Bi")
 
+#: What programs/room.c puts into a program's code: traps that nothing runs into.
+ROOM = b"\xcc" * 2048
+
 
 def adapt(content, name):
     """The content of a file, with all such places adapted; anything else comes back as it is."""
@@ -78,17 +81,20 @@ def _adapt_segment(image, segment, loaded, name):
             found = image.find(call, found + 1, offset + in_file)
     if not sites:
         return
-    end = offset + in_file
-    room = -end % PAGE
     needed = sum(len(DETOURS[call]) + JUMP.size for _, call in sites)
-    others = [other for other in loaded if other is not segment]
-    if (
-        needed > room
-        or in_memory != in_file
-        or any(end <= other[3] < end + needed for other in others)
-        or any(image[end : end + needed])
-    ):
-        raise NotReady(f"{name}: no room behind the code for an old kernel's calls")
+    end = image.find(ROOM, offset, offset + in_file)
+    if end < 0:
+        end = offset + in_file
+        others = [other for other in loaded if other is not segment]
+        if (
+            needed > -end % PAGE
+            or in_memory != in_file
+            or any(end <= other[3] < end + needed for other in others)
+            or any(image[end : end + needed])
+        ):
+            raise NotReady(f"{name}: no room behind the code for an old kernel's calls")
+    elif needed > len(ROOM):
+        raise NotReady(f"{name}: programs/room.c leaves too little room for an old kernel's calls")
     for site, call in sites:
         # Distances in the file are those in memory: both ends lie in one segment.
         image[site : site + len(call)] = JUMP.pack(0xE9, end - (site + JUMP.size)) + b"\x0f\x0b"
@@ -96,7 +102,7 @@ def _adapt_segment(image, segment, loaded, name):
         back = site + len(call) - (end + len(detour) + JUMP.size)
         image[end : end + len(detour) + JUMP.size] = detour + JUMP.pack(0xE9, back)
         end += len(detour) + JUMP.size
-    in_file = end - offset
+    in_file = max(in_file, end - offset)
     PROGRAM_HEADER.pack_into(
         image, at, kind, flags, offset, address, physical, in_file, in_file, alignment
     )

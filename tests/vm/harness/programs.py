@@ -29,17 +29,25 @@ def programs(*names):
         return {f"bin/{name}": _build(name) for name in names}
 
 
+def compile_static(source, program, *flags):
+    """Builds one static program for the machines from a C source that uses the C library."""
+    _compile(source, program, "-m64", *flags, str(SOURCES / "room.c"))
+
+
 def _build(name):
     source, program = SOURCES / f"{name.removesuffix('32')}.c", OUT / name
     newest = max(path.stat().st_mtime for path in SOURCES.iterdir())
     if program.exists() and program.stat().st_mtime > newest:
         return program
-    flags = [*FLAGS, "-m32" if name.endswith("32") else "-m64"]
     if '#include "bare.h"' in source.read_text():
-        flags += BARE
-    done = subprocess.run(
-        ["gcc", *flags, "-o", str(program), str(source)], capture_output=True, text=True, check=False
-    )
+        _compile(source, program, "-m32" if name.endswith("32") else "-m64", *BARE)
+    else:
+        compile_static(source, program)
+    return program
+
+
+def _compile(source, program, *flags):
+    command = ["gcc", *FLAGS, *flags, "-o", str(program), str(source)]
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
     if done.returncode != 0:
         raise NotReady(f"{source} does not compile:\n{done.stderr}")
-    return program

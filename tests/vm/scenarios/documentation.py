@@ -12,11 +12,10 @@ With IPFC_DOCS_RECORD=1 in the environment, what is seen is written into the doc
 """
 
 import os
-import subprocess
 import sys
 import time
 
-from harness import ROOT, Failure, NotReady, Switch, expect, programs
+from harness import ROOT, Failure, Switch, compile_static, expect, programs
 
 sys.path.insert(0, str(ROOT / "tests" / "docs"))
 
@@ -71,12 +70,7 @@ def compiled(document):
         source = folder / block.name
         source.write_text(block.text)
         program = source.with_suffix("")
-        flags = ["-O1", "-Wall", "-Werror", "-std=gnu11", "-static", f"-I{ROOT / 'include'}"]
-        done = subprocess.run(
-            ["gcc", *flags, "-o", program, source], capture_output=True, text=True, check=False
-        )
-        if done.returncode != 0:
-            raise NotReady(f"{block.place} does not compile:\n{done.stderr}")
+        compile_static(source, program)
         files[f"bin/{program.name}"] = program
     return files
 

@@ -30,6 +30,9 @@ def scenario(lab):
     a.run("rmmod ipfc")
     number_taken(a)
     lab.check_logs([pattern for pattern, _ in EXPECTED])
+    if lab.kernel.old:
+        print("not run: directory_taken; this kernel makes a second directory of the same name")
+        return
     directory_taken(a)
     a.expect_death("echo c > /proc/sysrq-trigger", "sysrq triggered crash")
 

@@ -50,7 +50,8 @@ def build(lab):
     source = SOURCES / "user" / "probe_user.cpp"
     # Renamed when it is whole: another scenario may want it at the same time.
     new = out / f"probe.{os.getpid()}"
-    run(["c++", "-std=c++20", "-O1", "-Wall", "-Wextra", "-Werror", "-static", "-o", new, source])
+    room = ROOT / "tests/vm/programs/room.c"
+    run(["c++", "-std=c++20", "-O1", "-Wall", "-Wextra", "-Werror", "-static", "-o", new, source, room])
     new.replace(program)
     return {"modules/kapi_probe.ko": out / "kapi_probe.ko", "bin/probe": program}
 

@@ -156,7 +156,8 @@ def lose_device(a, b):
     """The card is taken out of the kernel's hands and given back."""
     a.run(
         "device=$(readlink -f /sys/class/net/eth0/device); driver=$(readlink -f $device/driver); "
-        "echo ${device##*/} > $driver/unbind && usleep 200000 && echo ${device##*/} > $driver/bind"
+        "echo -n ${device##*/} > $driver/unbind && usleep 200000 && "
+        "echo -n ${device##*/} > $driver/bind"
     )
     a.wait_until("test -e /sys/class/net/eth0")
     a.run("ip link set eth0 mtu 2500 up")
