@@ -36,6 +36,10 @@ EXPECTED = [
         "how a kernel that checks its locks introduces itself",
     ),
     (
+        r".{1,15} used greatest stack depth: \d+ bytes left",
+        "a kernel that watches its stacks: a process that ends has used more than any before",
+    ),
+    (
         r"\*{58}|\*\* +\*\*|\*\* +NOTICE( NOTICE)+ +\*\*"
         r"|\*\* This system shows unhashed kernel memory addresses +\*\*"
         r"|\*\* (via the console|might reduce|If you see|the kernel, report|administrator!).* \*\*",

@@ -39,6 +39,7 @@ def scenario(lab):
     removal_under_an_open_report(a)
     unload_under_an_open_report(a)
     failed_start_up_leaves_nothing(a)
+    failed_start_up_while_openers_knock(a)
     devices_are_freed_in_the_end(a)
 
 
@@ -65,7 +66,7 @@ def run(command):
 def nothing_answers_before_start_up_is_over(a):
     a.background("load", "insmod /modules/kapi_probe.ko hold=1; echo loaded $?")
     number = a.wait_until("sed -n 's/ kapi_probe$//p' /proc/devices | grep .").strip()
-    a.run(f"mknod /run/node c {number} 0")
+    a.run(f"mknod /run/node c {number} 0; echo {number} > /run/number")
     expect(a.run("probe open /run/node") == "ok 6\n", "opening gives ENXIO")
     a.wait_until("test -e /proc/kapi_probe/whole")
     early = a.try_run("cat /proc/kapi_probe/whole")
@@ -191,6 +192,25 @@ def failed_start_up_leaves_nothing(a):
         expect(done.status != 0 and "busy" in done.err.lower(), f"start-up fails: {done.err}")
         nothing_is_left(a)
     a.run(f"{LOADED} && probe checks && rmmod kapi_probe")
+
+
+def failed_start_up_while_openers_knock(a):
+    """Its memory goes when the last of them has been turned away."""
+    for _ in range(10):
+        a.run("rm -f /run/gone")
+        a.background("load", "insmod /modules/kapi_probe.ko hold=1 fail=1; echo ended $?")
+        a.wait_until(f"grep -x '{a.run('cat /run/number').strip()} kapi_probe' /proc/devices")
+        a.background("knock", "probe knock /run/node /run/gone")
+        a.background("knock2", "probe knock /run/node /run/gone")
+        # insmod tries a second way to load when the first one has failed.
+        a.run(
+            "until grep -q 'ended [1-9]' /run/background/load; do usleep 50000; "
+            "echo 0 2> /dev/null > /sys/module/kapi_probe/parameters/hold || true; done"
+        )
+        nothing_is_left(a)
+        a.run("touch /run/gone")
+        for name in ("knock", "knock2"):
+            a.wait_until(f"grep -x 'ok [1-9][0-9]*' /run/background/{name}")
 
 
 def devices_are_freed_in_the_end(a):

@@ -107,7 +107,10 @@ def header_kinds(a):
     said = a.run(f"cat {DBGTAP}/errors/history")
     expect("ipfc_dev_hard_header invalid type:: 0x88b5 \n" in said, f"it is said: {said}")
     expect("vsan:10 - unknown pkt type:0x0 ... dropped\n" in said, f"and dropped: {said}")
-    # An address that is too short is the kernel's own refusal.
+    # An address that is too short is the kernel's own refusal, of a newer one.
+    if a.lab.kernel.old:
+        print("not run: an address of 8 bytes; this kernel takes it for 12")
+        return
     expect(built(a, IPV4, bytes(20), address=NAME) == str(EINVAL), "8 bytes are no address")
 
 
