@@ -48,8 +48,10 @@ from .kernel import ROOT, Kernel
 from .lab import Lab
 from .machine import Machine
 from .programs import compile_static, programs
+from .slabs import large_blocks
 
 __all__ = [
     "PING_SIZES", "ROOT", "VSAN_MTU", "CommandFailed", "Failure", "Kernel", "Lab", "Machine",
-    "MachineDied", "NotReady", "Ping", "Port", "Switch", "compile_static", "expect", "programs",
+    "MachineDied", "NotReady", "Ping", "Port", "Switch", "compile_static", "expect",
+    "large_blocks", "programs",
 ]  # fmt: skip

@@ -64,9 +64,13 @@ static struct address device(const char* name, unsigned int ethertype)
 
 static int open_socket(int type, unsigned int ethertype)
 {
+    // Packets that wait for the resolver count against the sender.
+    const int room = 4 << 20;
     int end = socket(AF_PACKET, type, htons((unsigned short)ethertype));
     if (end < 0)
         die("socket");
+    if (setsockopt(end, SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room) != 0)
+        die("SO_SNDBUFFORCE");
     return end;
 }
 

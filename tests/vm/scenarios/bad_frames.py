@@ -88,7 +88,8 @@ class Test:
     def effect(self, frames, **wanted):
         """Sends the frames and a good one; of the counters `wanted`, each moves by so much.
 
-        Blanks are underscores; the good frame is not counted.
+        Blanks are underscores; the good frame is not counted. With None, the counter is not
+        looked at.
         """
         before = self.counters()
         for frame in frames:
@@ -103,7 +104,7 @@ class Test:
             "units that no socket wants", "sequences discarded", "units delivered",
         ):  # fmt: skip
             by = after[name] - before[name]
-            expect(by == wanted.get(name, 0), f"{name}: {wanted.get(name, 0)} more and not {by}")
+            expect(wanted.get(name, 0) in (by, None), f"{name}: {wanted.get(name, 0)} more and not {by}")
 
     def said(self, message):
         history = f"{DBGTAP}/errors/history"
@@ -276,9 +277,10 @@ def sequences(test):
     test.effect([*twice[:3], twice[1], twice[0], twice[3]], units_delivered=1, packets=1)
     # Without their first frame the others begin nothing.
     test.effect(parts(3000, 4)[1:])
-    # Without one in the middle it is given up, in time.
+    # Without one in the middle it is given up, in time, which may come soon or late.
     for lost in range(1, 4):
-        test.effect([frame for frame in parts(3000, 4) if frame.seq_cnt != lost])
+        left = [frame for frame in parts(3000, 4) if frame.seq_cnt != lost]
+        test.effect(left, sequences_discarded=None)
     test.a.wait_until(
         "awk '/sequences discarded/ { if ($NF >= 3) good = 1 } END { exit !good }' /proc/brim_sw/fc2"
     )

@@ -10,7 +10,7 @@ import os
 import re
 import subprocess
 
-from harness import ROOT, Failure, expect
+from harness import ROOT, Failure, expect, large_blocks
 
 EXPECTED = [
     (r"kapi_probe: loading out-of-tree module taints kernel\.", "it is no part of the kernel"),
@@ -219,14 +219,8 @@ def devices_are_freed_in_the_end(a):
     def round_trip():
         a.run(f"{LOADED} && probe ioctl 53 100 && rmmod kapi_probe", timeout=120)
 
-    def blocks():
-        table = a.run("cat /proc/slabinfo")
-        classes = r"^(?:kmalloc-(?:cg-)?[48]k|size-(?:4096|8192)) +(\d+)"
-        found = sum(int(n) for n in re.findall(classes, table, re.M))
-        expect(found > 0, f"blocks of 4 and 8 KiB are counted:\n{table}")
-        return found
-
     round_trip()
-    before = blocks()
+    before = large_blocks(a)
     round_trip()
-    expect(blocks() < before + 50, f"blocks of 4 and 8 KiB: {before}, then {blocks()}")
+    after = large_blocks(a)
+    expect(after < before + 50, f"blocks of 4 and 8 KiB: {before}, then {after}")

@@ -11,7 +11,7 @@
 
 import re
 
-from harness import Switch, expect, programs
+from harness import Switch, expect, large_blocks, programs
 from harness.control import *
 from harness.fc import *
 
@@ -61,13 +61,6 @@ def free_kib(a):
         int(re.search(rf"^{name}: *(\d+) kB", text, re.MULTILINE).group(1))
         for name in ("MemFree", "SReclaimable")
     )
-
-
-def large_blocks(a):
-    """How many blocks of the general allocator are in use of the sizes that a device may have."""
-    sizes = r"kmalloc-(cg-|rnd-\d\d-)?(4k|8k|4096|8192)"
-    lines = map(str.split, a.run("cat /proc/slabinfo").splitlines())
-    return sum(int(words[1]) for words in lines if re.fullmatch(sizes, words[0]))
 
 
 def own_caches(a):
