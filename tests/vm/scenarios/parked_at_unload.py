@@ -39,7 +39,7 @@ def scenario(lab):
     before, kib = slabs(a), available(a)
     rounds(a, ROUNDS)
     after, lost = slabs(a), kib - available(a)
-    more = {name: after[name] - before[name] for name in SLABS}
+    more = {name: after[name] - before[name] for name in before}
     parked = ROUNDS * PLACES
     print(f"after {parked} packets: {more} objects more, {lost} KiB less")
     for name, count in more.items():
