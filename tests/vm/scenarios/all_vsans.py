@@ -22,11 +22,14 @@ USED = (0, 1, 255, 256, 2047, 4094, 4095)
 def scenario(lab):
     # An interface takes the kernel some 100 KiB; its end waits for every processor that there is.
     (a,) = lab.boot("a", kind=Switch, cpus=1, memory=768, files=programs("fill"))
-    if not lab.kernel.old:
-        a.run("echo 0 > /sys/module/rcutree/parameters/jiffies_till_first_fqs")
     # Nothing is to be sent but what is sent here.
     a.run("echo 1 > /proc/sys/net/ipv6/conf/default/disable_ipv6")
     a.load()
+    if lab.kernel.old:
+        # It would run a program for each interface.
+        a.run("echo > /proc/sys/kernel/hotplug")
+    else:
+        a.run("echo 0 > /sys/module/rcutree/parameters/jiffies_till_first_fqs")
     before = a.run("ls /sys/class/net")
     # Each N_Port is announced to a fabric that does not listen.
     with lab.peer.swallowing():
