@@ -2,8 +2,8 @@
 // Character devices with 2.6.27's operations.
 //
 // Registration reserves the number at once; the device answers when the module's start-up is over.
-// The kernel's own register_chrdev() would let openers in before. They hold references to the module,
-// but the loader frees one whose start-up failed without a look at those.
+// The kernel's own register_chrdev() would let openers in before. They hold references to the
+// module, but the loader frees one whose start-up failed without a look at those.
 #include <linux/cdev.h>
 #include <linux/compat.h>
 #include <linux/device.h>
