@@ -25,6 +25,7 @@ def scenario(lab):
     largest_packets(a)
     administration(a, device)
     first_and_last(a, device)
+    of_any_name(a, device)
     name_taken(a, device)
     renamed_meanwhile(a, device)
     expect("vsan10" not in a.run("ls /sys/class/net"), "the interfaces go with the module")
@@ -105,6 +106,19 @@ def first_and_last(a, device):
     a.run("ip link set vsan0 up && ip link set vsan4095 up")
     device.check(*((f"ioctl {DELETE} edge {interface(vsan)}", 0) for vsan in (0, 4095)))
     expect(interfaces(a) == ["vsan10"], f"and gone: {interfaces(a)}")
+
+
+def of_any_name(a, device):
+    """Port names that would be no good as Ethernet addresses: a group's, one of zeroes."""
+    names = ("2100030000000001", "0100030000000001", "ffffffffffffffff", "0000000000000001")
+    for vsan, name in enumerate(names, 20):
+        record = interface(vsan, fcid=0x0A1400 + vsan, wwpn=bytes.fromhex(name), action=SET_FCID)
+        device.check((f"ioctl {CREATE} edge {record}", 0), (f"ioctl {UPDATE} edge {record}", 0))
+        a.run(f"ip link set vsan{vsan} up")
+        expect(int(sys(a, f"vsan{vsan}", "flags"), 16) & 1, f"{name} is up")
+        shown = sys(a, f"vsan{vsan}", "address")
+        expect(shown == bytes.fromhex(f"{name}000a14{vsan:02x}").hex(":"), f"{name}: {shown}")
+        device.check((f"ioctl {DELETE} edge {record}", 0))
 
 
 def interfaces(a):
