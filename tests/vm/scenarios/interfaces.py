@@ -71,6 +71,9 @@ def address(a, device):
     expect(sys(a, "vsan10", "address") == f"{NAME}:00:ef:01:02", "and so it stays")
     device.check((f"ioctl {UPDATE} edge {interface(10, fcid=0x0A0A01, action=SET_FCID)}", 0))
     expect(sys(a, "vsan10", "address") == f"{NAME}:00:0a:0a:01", "it changes while up")
+    done = a.try_run("ip link set vsan10 address 20:00:00:00:00:00:00:99:00:0a:0a:99")
+    expect("Operation not supported" in done.err, f"through the driver alone: {done.err}")
+    expect(sys(a, "vsan10", "address") == f"{NAME}:00:0a:0a:01", "so it stays")
 
 
 def largest_packets(a):
