@@ -196,7 +196,7 @@ def failed_start_up_leaves_nothing(a):
 
 def failed_start_up_while_openers_knock(a):
     """Its memory goes when the last of them has been turned away."""
-    for _ in range(10):
+    for _ in range(4):
         a.run("rm -f /run/gone")
         a.background("load", "insmod /modules/kapi_probe.ko hold=1 fail=1; echo ended $?")
         a.wait_until(f"grep -x '{a.run('cat /run/number').strip()} kapi_probe' /proc/devices")
