@@ -195,7 +195,7 @@ def failed_start_up_leaves_nothing(a):
 
 
 def failed_start_up_while_openers_knock(a):
-    """Its memory goes when the last of them has been turned away."""
+    """None of them is in the module when its memory goes."""
     for _ in range(4):
         a.run("rm -f /run/gone")
         a.background("load", "insmod /modules/kapi_probe.ko hold=1 fail=1; echo ended $?")
